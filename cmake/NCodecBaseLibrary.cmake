@@ -1,0 +1,42 @@
+# The library itself. Each subsystem folder contributes every .cpp it holds;
+# a new file needs no edit here. Kernel files get their ISA flags by suffix.
+
+set(NCB_SUBSYSTEMS base stream image video audio render codec archive platform)
+set(NCB_SOURCES "")
+foreach(dir IN LISTS NCB_SUBSYSTEMS)
+    file(GLOB_RECURSE _srcs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${dir}/*.cpp)
+    list(APPEND NCB_SOURCES ${_srcs})
+endforeach()
+ncb_apply_isa_flags(${NCB_SOURCES})
+
+find_package(Threads REQUIRED)
+
+add_library(ncodecbase_objects OBJECT ${NCB_SOURCES})
+target_include_directories(ncodecbase_objects
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    PRIVATE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(ncodecbase_objects PRIVATE NCB_BUILDING_LIBRARY
+    NCB_VERSION_STRING="${PROJECT_VERSION}")
+set_target_properties(ncodecbase_objects PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(ncodecbase_objects PRIVATE ncb_flags)
+set(NCB_LINK_LIBS Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(ncodecbase_objects PUBLIC ${NCB_LINK_LIBS})
+
+# The product: hidden visibility, only NCB_API symbols are exported.
+add_library(ncodecbase SHARED $<TARGET_OBJECTS:ncodecbase_objects>)
+target_include_directories(ncodecbase PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_link_libraries(ncodecbase PRIVATE ${NCB_LINK_LIBS})
+set_target_properties(ncodecbase PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    EXPORT_NAME NCodecBase)
+add_library(NCodecBase::NCodecBase ALIAS ncodecbase)
+
+# In-tree consumers (tests, tools, benchmarks) link the same objects
+# statically so they can reach internal helpers.
+add_library(ncodecbase_static STATIC $<TARGET_OBJECTS:ncodecbase_objects>)
+target_include_directories(ncodecbase_static PUBLIC
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+target_link_libraries(ncodecbase_static PUBLIC ${NCB_LINK_LIBS})

@@ -1,0 +1,61 @@
+// The Windows types that the library's interface was written against, in
+// namespace nplat so they never collide with a host's own definitions.
+// HANDLE is an event made by NCreateEvent (host_events.h); HWND is a window of
+// the platform layer (a memory window or an X11 window).
+#pragma once
+
+#include <cstdint>
+
+namespace nplat {
+
+class Event;
+class Window;
+
+using HANDLE = Event*;
+using HWND = Window*;
+using HRESULT = int32_t;
+using DWORD = uint32_t;
+using BOOL = int;
+using WCHAR = char16_t;  // UTF-16 code unit, as on Windows (wchar_t is 32-bit here)
+using COLORREF = uint32_t;  // 0x00BBGGRR
+
+struct GUID {
+    uint32_t Data1;
+    uint16_t Data2;
+    uint16_t Data3;
+    uint8_t Data4[8];
+};
+static_assert(sizeof(GUID) == 16);
+
+struct RECT {
+    int32_t left, top, right, bottom;
+};
+static_assert(sizeof(RECT) == 16);
+
+struct POINT {
+    int32_t x, y;
+};
+
+struct SIZE {
+    int32_t cx, cy;
+};
+
+constexpr DWORD INFINITE = 0xFFFFFFFFu;
+constexpr DWORD WAIT_OBJECT_0 = 0;
+constexpr DWORD WAIT_TIMEOUT = 258;
+constexpr DWORD WAIT_FAILED = 0xFFFFFFFFu;
+constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
+
+constexpr HRESULT S_OK = 0;
+constexpr HRESULT S_FALSE = 1;
+constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
+constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000Eu);
+constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
+
+constexpr uint32_t CP_ACP = 0;
+constexpr uint32_t CP_UTF8 = 65001;
+
+inline constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
+inline constexpr bool FAILED(HRESULT hr) { return hr < 0; }
+
+}  // namespace nplat
