@@ -10,13 +10,16 @@ namespace nplat {
 
 class Event;
 class Window;
+class Module;
 
 using HANDLE = Event*;
 using HWND = Window*;
+using HMODULE = Module*;         // a loaded dynamic library (LoadLibrary)
+using FARPROC = intptr_t (*)();  // an exported function; cast to its real type
 using HRESULT = int32_t;
 using DWORD = uint32_t;
 using BOOL = int;
-using WCHAR = char16_t;  // UTF-16 code unit, as on Windows (wchar_t is 32-bit here)
+using WCHAR = char16_t;     // UTF-16 code unit, as on Windows (wchar_t is 32-bit here)
 using COLORREF = uint32_t;  // 0x00BBGGRR
 
 struct GUID {
@@ -45,6 +48,18 @@ constexpr DWORD WAIT_OBJECT_0 = 0;
 constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFFu;
 constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
+
+constexpr DWORD STILL_ACTIVE = 259;  // exit code of a thread that still runs
+
+// Thread priorities as Windows numbers them; the platform layer maps them to
+// nice values.
+constexpr int THREAD_PRIORITY_IDLE = -15;
+constexpr int THREAD_PRIORITY_LOWEST = -2;
+constexpr int THREAD_PRIORITY_BELOW_NORMAL = -1;
+constexpr int THREAD_PRIORITY_NORMAL = 0;
+constexpr int THREAD_PRIORITY_ABOVE_NORMAL = 1;
+constexpr int THREAD_PRIORITY_HIGHEST = 2;
+constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
 
 constexpr HRESULT S_OK = 0;
 constexpr HRESULT S_FALSE = 1;
