@@ -3,9 +3,10 @@
 // other records move (callers still refetch after insertions, as documented).
 // All memory comes from the library heap, so tests can make any insertion run
 // out of memory; such an insertion throws CNException* and changes nothing.
+#include "ncodecbase/base_services.h"
+
 #include <cstring>
 
-#include "ncodecbase/base_services.h"
 #include "platform/kernel/heap.h"
 
 namespace {

@@ -15,13 +15,13 @@
 
 // Thrown (as a pointer) when an insertion or a copy runs out of memory.
 class NCB_API CNException {
-public:
+  public:
     // The thrown object, or a shared static one when even that allocation fails.
     static CNException* Create(int errorCode);
     void FreeMe();
     int GetErrorCode() const { return m_nErrorCode; }
 
-private:
+  private:
     explicit CNException(int errorCode, bool isStatic)
         : m_nErrorCode(errorCode), m_bStatic(isStatic) {}
     int m_nErrorCode;
@@ -31,7 +31,7 @@ private:
 // Mutual exclusion between threads; the holder may lock again and unlocks as
 // often as it locked.
 class NCB_API CNLock {
-public:
+  public:
     CNLock() = default;
     CNLock(const CNLock&) = delete;
     CNLock& operator=(const CNLock&) = delete;
@@ -41,7 +41,7 @@ public:
     void lock() { Lock(); }
     void unlock() { Unlock(); }
 
-private:
+  private:
     std::recursive_mutex m_mutex;
 };
 
@@ -51,7 +51,7 @@ private:
 // are 0. Positions out of range make getters return 0 / null and removals do
 // nothing. Insertion positions outside 0..count append.
 class NCB_API CNDataList {
-public:
+  public:
     CNDataList() = default;
     ~CNDataList();
     CNDataList(const CNDataList&) = delete;
@@ -60,7 +60,7 @@ public:
     CNDataList& operator=(const CNDataList& other);
 
     static CNDataList* NewDataList();  // null when memory runs out
-    void FreeMe();                      // for lists made by NewDataList
+    void FreeMe();                     // for lists made by NewDataList
 
     // Each returns the new record's position; throws CNException* when memory
     // runs out, leaving the list unchanged. `reserved` is always 0.
@@ -95,7 +95,7 @@ public:
     // Position of the first record with the largest user value 1; -1 when empty.
     int FindMaxUserData1() const;
 
-private:
+  private:
     struct Record;
     bool Reserve(int capacity);
     int InsertRecord(Record* record, int position);

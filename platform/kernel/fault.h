@@ -18,7 +18,7 @@ bool ShouldFail(Kind kind);
 
 // Arms on construction, disarms on scope exit.
 class Scope {
-public:
+  public:
     Scope(Kind kind, int skip, int count = 1) { Arm(kind, skip, count); }
     ~Scope() { Disarm(); }
     Scope(const Scope&) = delete;

@@ -20,8 +20,8 @@ struct PageSpan {
 
 PageSpan Pages(void* address, size_t size) {
     uintptr_t begin = reinterpret_cast<uintptr_t>(address) & ~(uintptr_t)(kPageSize - 1);
-    uintptr_t end = (reinterpret_cast<uintptr_t>(address) + size + kPageSize - 1) &
-                    ~(uintptr_t)(kPageSize - 1);
+    uintptr_t end =
+        (reinterpret_cast<uintptr_t>(address) + size + kPageSize - 1) & ~(uintptr_t)(kPageSize - 1);
     return {reinterpret_cast<void*>(begin), end - begin};
 }
 
