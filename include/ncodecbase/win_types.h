@@ -14,8 +14,8 @@ class Module;
 
 using HANDLE = Event*;
 using HWND = Window*;
-using HMODULE = Module*;         // a loaded dynamic library (LoadLibrary)
-using FARPROC = intptr_t (*)();  // an exported function; cast to its real type
+using HMODULE = Module*;     // a loaded dynamic library (LoadLibrary)
+using FARPROC = void (*)();  // an exported function: cast it to its real type
 using HRESULT = int32_t;
 using DWORD = uint32_t;
 using BOOL = int;
