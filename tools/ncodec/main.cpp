@@ -1,12 +1,52 @@
-// ncodec: command-line front end of the library.
+// ncodec: command-line front end of the library. main only dispatches; each
+// subcommand lives in its own file.
 #include <cstdio>
 #include <cstring>
+#include <string>
+
+#include "tools/ncodec/commands.h"
+
+namespace {
+
+struct Command {
+    const char* name;
+    const char* usage;
+    int (*run)(const ncodec::Args&);
+};
+
+constexpr Command kCommands[] = {
+    {"cpu", "cpu                 processor identification, level and extensions", ncodec::RunCpu},
+    {"demo",
+     "demo [--out DIR] [--step NAME] [--list]\n"
+     "                    run every capability, results under DIR (out/demo)",
+     ncodec::RunDemo},
+};
+
+void PrintUsage(std::FILE* to) {
+    std::fprintf(to, "usage: ncodec --help | --version | COMMAND [ARGS]\ncommands:\n");
+    for (const Command& c : kCommands) std::fprintf(to, "  %s\n", c.usage);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+    if (argc < 2) {
+        PrintUsage(stderr);
+        return 2;
+    }
+    const std::string first = argv[1];
+    if (first == "--help" || first == "-h") {
+        PrintUsage(stdout);
+        return 0;
+    }
+    if (first == "--version") {
         std::printf("ncodec %s\n", NCB_VERSION_STRING);
         return 0;
     }
-    std::printf("usage: ncodec --help | --version\n");
-    return 0;
+    for (const Command& c : kCommands) {
+        if (first == c.name) return c.run(ncodec::Args(argv + 2, argv + argc));
+    }
+    std::fprintf(stderr, "ncodec: unknown command '%s'\n", first.c_str());
+    PrintUsage(stderr);
+    return 2;
 }

@@ -1,0 +1,16 @@
+// Subcommands of ncodec. Each takes the arguments after its own name and
+// returns the process exit code (0 success; failures print a message to
+// stderr first).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ncodec {
+
+using Args = std::vector<std::string>;
+
+int RunCpu(const Args& args);
+int RunDemo(const Args& args);
+
+}  // namespace ncodec

@@ -1,0 +1,12 @@
+// The demo's step functions, one per capability (see demo.h).
+#pragma once
+
+#include "tools/ncodec/demo.h"
+
+namespace ncodec {
+
+bool DemoCpu(const DemoContext& context, std::string* error);      // cpu.txt
+bool DemoBuffers(const DemoContext& context, std::string* error);  // buffers.txt
+bool DemoFormats(const DemoContext& context, std::string* error);  // formats.txt
+
+}  // namespace ncodec
