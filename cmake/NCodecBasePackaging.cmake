@@ -19,5 +19,6 @@ install(FILES ${PROJECT_BINARY_DIR}/NCodecBaseConfig.cmake
 # Relocatable: prefix is found from the .pc file's own folder, so the file is
 # right whatever prefix `cmake --install --prefix` picks.
 file(RELATIVE_PATH NCB_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" NCB_PC_TO_PREFIX "${NCB_PC_TO_PREFIX}")
 configure_file(cmake/ncodecbase.pc.in ${PROJECT_BINARY_DIR}/ncodecbase.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ncodecbase.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
