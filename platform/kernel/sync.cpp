@@ -101,8 +101,10 @@ class Deadline {
             m_real = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     }
 
+    // A timed wait that outlives its clock ends: the old clock may be gone.
     bool Passed() const {
         if (m_infinite) return false;
+        if (g_clock.load() != m_clock) return true;
         if (m_clock) return m_clock->NowMs() >= m_manualMs;
         return std::chrono::steady_clock::now() >= m_real;
     }

@@ -44,10 +44,11 @@ class ManualClock : public Clock {
 };
 
 // Installs `clock` for the whole domain (null restores the real monotonic
-// clock). Only while no thread is waiting. Any installed clock is treated as
-// manual: timed waits re-read it only when the domain is woken, which
-// ManualClock::Advance does. The caller keeps ownership; uninstall before
-// destroying it.
+// clock). Any installed clock is treated as manual: timed waits re-read it
+// only when the domain is woken, which ManualClock::Advance does. The caller
+// keeps ownership; uninstall before destroying it. Timed waits (and sleeps)
+// still in progress when the clock changes end at once with WAIT_TIMEOUT, so
+// none keeps reading a clock that is gone; infinite waits are unaffected.
 void SetClock(Clock* clock);
 uint64_t GetTickCount64();
 DWORD GetTickCount();

@@ -213,6 +213,22 @@ TEST_F(SyncTest, SleepFollowsManualClock) {
     EXPECT_EQ(sleeper.Join(), 1u);
 }
 
+TEST_F(SyncTest, ReplacingTheClockEndsTimedWaitsButNotInfiniteOnes) {
+    HANDLE e = Make(false);
+    auto clock = std::make_unique<ManualClock>();
+    SetClock(clock.get());
+    AsyncWait timed([&] { return WaitForSingleObject(e, 1000); });
+    AsyncWait infinite([&] { return WaitForSingleObject(e, INFINITE); });
+    ASSERT_TRUE(WaitUntilThreadsBlocked(2, kRealTimeoutMs));
+    SetClock(nullptr);
+    clock.reset();
+    EXPECT_EQ(timed.Join(), WAIT_TIMEOUT);
+    ASSERT_TRUE(WaitUntilThreadsBlocked(1, kRealTimeoutMs));
+    EXPECT_FALSE(infinite.Done());
+    SetEvent(e);
+    EXPECT_EQ(infinite.Join(), WAIT_OBJECT_0);
+}
+
 TEST_F(SyncTest, ZeroTimeoutPollsEvenUnderManualClock) {
     ManualClock clock;
     SetClock(&clock);
