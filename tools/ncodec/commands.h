@@ -12,5 +12,6 @@ using Args = std::vector<std::string>;
 
 int RunCpu(const Args& args);
 int RunDemo(const Args& args);
+int RunPlugins(const Args& args);
 
 }  // namespace ncodec

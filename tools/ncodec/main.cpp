@@ -20,6 +20,10 @@ constexpr Command kCommands[] = {
      "demo [--out DIR] [--step NAME] [--list]\n"
      "                    run every capability, results under DIR (out/demo)",
      ncodec::RunDemo},
+    {"plugins",
+     "plugins [--audio DIR] [--video DIR]\n"
+     "                    which codec mapping rules find a loadable plug-in",
+     ncodec::RunPlugins},
 };
 
 void PrintUsage(std::FILE* to) {
