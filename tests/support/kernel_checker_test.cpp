@@ -52,10 +52,11 @@ void AddRowWrapping_sse2(const uint8_t* a, const uint8_t* b, uint8_t* dst, int w
     AddRow_c(a + whole, b + whole, dst + whole, width - whole);
 }
 
-// Broken on purpose: right values, then one byte too many.
+// Broken on purpose: right values, then one byte too many (flipped, so it
+// always differs from whatever was there).
 void AddRowOverrun_sse2(const uint8_t* a, const uint8_t* b, uint8_t* dst, int width) {
     AddRow_sse2(a, b, dst, width);
-    dst[width] = 0;
+    dst[width] = static_cast<uint8_t>(~dst[width]);
 }
 
 // Broken on purpose: the odd last byte forgets to add b.
@@ -155,6 +156,20 @@ TEST(KernelChecker, OddWidthFaultReportsAnOddWidth) {
     EXPECT_EQ(std::stoi(match[1]) % 2, 1) << *report;
     EXPECT_THAT(*report, HasSubstr("dst: " + match[1].str() + "x")) << *report;
 }
+
+#if defined(__SANITIZE_ADDRESS__)
+// Tight ends leave no sentinel behind the last row: AddressSanitizer's red
+// zone starts right there, so even a write one byte past it is caught.
+TEST(KernelCheckerDeathTest, TightEndsLetAddressSanitizerCatchOverruns) {
+    // Half of the buffers end tight; one-case runs over fixed seeds meet one soon.
+    auto overrunUntilTight = [] {
+        for (uint64_t seed = 0; seed < 64; ++seed)
+            FindKernelMismatch(AddFamily(AddRowOverrun_sse2),
+                               {.cases = 1, .seed = seed, .tightEnds = true});
+    };
+    EXPECT_DEATH(overrunUntilTight(), "heap-buffer-overflow");
+}
+#endif
 
 TEST(KernelChecker, SameSeedSameReport) {
     const ncbtest::CheckOptions options{.cases = 300, .seed = 12345, .tightEnds = false};
