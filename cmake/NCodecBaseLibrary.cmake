@@ -10,6 +10,7 @@ endforeach()
 ncb_apply_isa_flags(${NCB_SOURCES})
 
 find_package(Threads REQUIRED)
+find_package(ZLIB REQUIRED)
 
 add_library(ncodecbase_objects OBJECT ${NCB_SOURCES})
 target_include_directories(ncodecbase_objects
@@ -20,7 +21,7 @@ target_compile_definitions(ncodecbase_objects PRIVATE NCB_BUILDING_LIBRARY
 set_target_properties(ncodecbase_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(ncodecbase_objects PRIVATE ncb_flags)
-set(NCB_LINK_LIBS Threads::Threads ${CMAKE_DL_LIBS})
+set(NCB_LINK_LIBS Threads::Threads ZLIB::ZLIB ${CMAKE_DL_LIBS})
 target_link_libraries(ncodecbase_objects PUBLIC ${NCB_LINK_LIBS})
 
 # The product: hidden visibility, only NCB_API symbols are exported.
