@@ -221,9 +221,18 @@ TEST(ReadBitStream, HuffmanTwoLevelsAndInvalid) {
 }
 
 TEST(ReadBitStream, CabacEngineBasics) {
-    CNReadBitStream r;
-    Reader ctx({0}, 0);
-    ctx.r.InitCabacContext(0, 26);
+    // Context 0 at QP 26 in I slices: state 46, MPS 0, so the first LPS
+    // range is 22 and range 510 splits at offset 488.
+    Reader below({0xF3, 0x80}, 0);  // offset 487
+    below.r.InitCabacContext(0, 26);
+    below.r.InitCabacEngine();
+    EXPECT_EQ(below.r.CabacDecodeNormal(0), 0);
+    Reader at({0xF4, 0x00}, 0);  // offset 488
+    at.r.InitCabacContext(0, 26);
+    at.r.InitCabacEngine();
+    EXPECT_EQ(at.r.CabacDecodeNormal(0), 1);
+    EXPECT_EQ(at.r.GetCurPos(), 9 + 4);  // LPS range 22 renormalises by 4 bits
+
     Reader t({0xFE, 0x00}, 0);
     t.r.InitCabacEngine();
     EXPECT_EQ(t.r.GetCurPos(), 9);
