@@ -224,20 +224,29 @@ void CNReadBitStream::SetCurPos(int bits) {
     m_uWindow = 0;
     m_nWindowBits = 0;
     m_nNextBits = 0;
+    if (bits > m_nTotalBits) m_nError = 1;
+    int64_t raw = static_cast<int64_t>(bits) + 8 - m_nFirstBits;
+    int64_t byte = raw >> 3;
+    int skip = static_cast<int>(raw & 7);
     if (bits >= m_nTotalBits) {
-        if (bits > m_nTotalBits) m_nError = 1;
+        // Past the data: where the repeating pad buffer would be.
         StartAtElement(m_nChainCount, 0);
+        int64_t bytes = m_nElementStart;
+        if (byte >= bytes) {
+            int into = static_cast<int>((byte - bytes) % m_nPadSize);
+            m_pCur = m_pPad + into;
+            m_nLeft = m_nPadSize - into;
+        } else {
+            skip = 0;
+        }
     } else {
-        int64_t raw = static_cast<int64_t>(bits) + 8 - m_nFirstBits;
-        int64_t byte = raw >> 3;
-        int skip = static_cast<int>(raw & 7);
         int e = 0;
         while (e < m_nChainCount && byte >= m_pChain[e].nSize) byte -= m_pChain[e++].nSize;
         StartAtElement(e, e < m_nChainCount ? static_cast<int>(byte) : 0);
-        uint32_t v;
-        int got = LoadPayloadByte(&v);
-        if (got > skip) AppendBits(v & ((1u << (got - skip)) - 1), got - skip);
     }
+    uint32_t v;
+    int got = LoadPayloadByte(&v);
+    if (got > skip) AppendBits(v & ((1u << (got - skip)) - 1), got - skip);
     m_nBitStatBase = static_cast<int>(static_cast<unsigned>(m_nBitStatBase) +
                                       static_cast<unsigned>(bits) - static_cast<unsigned>(m_nPos));
     m_nPos = bits;

@@ -31,6 +31,8 @@
 // - A null pad or a pad size below 1 stands for one zero byte.
 // - SetCurPos maps positions by raw bytes; escape bytes met again after a
 //   backward seek are not subtracted from the bit limit a second time.
+//   Positions at or past the total bits go to the pad buffer, at the place
+//   the repeating pad would have after the last byte.
 // - A negative SetCurPos seeks to 0 and sets the error flag.
 // - Huffman look-ups with levels below 1 return invalidValue, consume
 //   nothing and set the error flag; CABAC context indices outside 0..459 set
