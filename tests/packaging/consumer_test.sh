@@ -40,6 +40,9 @@ step() {
     fi
 }
 
+build=$(realpath "$build")
+source=$(realpath "$source")
+scratch=$(realpath -m "$scratch")
 rm -rf "$scratch"
 mkdir -p "$scratch"
 prefix=$scratch/prefix
