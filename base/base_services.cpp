@@ -11,6 +11,12 @@
 
 namespace {
 constexpr int kOutOfMemory = 1;
+
+// Counters in user value 2 wrap like the 32-bit words they were, instead of
+// overflowing a signed int.
+int32_t WrapAdd(int32_t value, int32_t delta) {
+    return static_cast<int32_t>(static_cast<uint32_t>(value) + static_cast<uint32_t>(delta));
+}
 }  // namespace
 
 CNException* CNException::Create(int errorCode) {
@@ -197,11 +203,11 @@ void CNDataList::SetUserData2(int position, int32_t value) {
 }
 
 void CNDataList::IncrementUserData2(int position) {
-    if (Record* r = At(position)) ++r->userData2;
+    if (Record* r = At(position)) r->userData2 = WrapAdd(r->userData2, 1);
 }
 
 void CNDataList::DecrementUserData2(int position) {
-    if (Record* r = At(position)) --r->userData2;
+    if (Record* r = At(position)) r->userData2 = WrapAdd(r->userData2, -1);
 }
 
 template <typename Match>

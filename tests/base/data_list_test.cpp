@@ -85,6 +85,13 @@ TEST(DataList, UserValuesAndFinds) {
     list.DecrementUserData2(4);
     EXPECT_EQ(list.GetUserData2(0), 102);
     EXPECT_EQ(list.GetUserData2(4), -6);
+
+    // Counters wrap like 32-bit words.
+    list.SetUserData2(1, INT32_MAX);
+    list.IncrementUserData2(1);
+    EXPECT_EQ(list.GetUserData2(1), INT32_MIN);
+    list.DecrementUserData2(1);
+    EXPECT_EQ(list.GetUserData2(1), INT32_MAX);
 }
 
 TEST(DataList, AssignmentCopiesRecordsAndUserValues) {
