@@ -67,6 +67,23 @@ TEST(ReadBitStream, H264EscapeRemovedAndLimitLowered) {
     EXPECT_EQ(t.r.IsError(), 0);
 }
 
+TEST(ReadBitStream, EscapesInPadDoNotLowerLimit) {
+    // 00 00 | pad 03 01 ..: the 03 is removed from the bits (the zero run
+    // carries into the pad) but, lying outside the chain, leaves the limit.
+    uint8_t pad[4] = {0x03, 0x01, 0x00, 0x00};
+    Reader t({0x00, 0x00}, 1, 1, {1, 1}, pad);
+    EXPECT_EQ(t.r.GetAndRemoveBitsUint32(24), 0x000001u);
+    EXPECT_EQ(t.r.GetTotalSize(), 16);
+    EXPECT_EQ(t.r.GetLeftSize(), 0);
+    EXPECT_EQ(t.r.IsError(), 1);
+
+    // An escape whose zero run straddles three 1-byte blocks lowers it.
+    Reader s({0x00, 0x00, 0x03, 0x04}, 1, 1, {1, 1, 1, 1});
+    EXPECT_EQ(s.r.GetAndRemoveBitsUint32(24), 0x000004u);
+    EXPECT_EQ(s.r.GetLeftSize(), 0);
+    EXPECT_EQ(s.r.IsError(), 0);
+}
+
 TEST(ReadBitStream, JpegStuffingAndMarker) {
     Reader t({0x12, 0xFF, 0x00, 0x34}, 3, 1, {}, kZeroPad);
     EXPECT_EQ(t.r.GetAndRemoveBitsUint32(24), 0x12FF34u);

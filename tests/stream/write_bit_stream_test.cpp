@@ -61,6 +61,18 @@ TEST(WriteBitStream, H264EmulationPrevention) {
     EXPECT_EQ(bad.w.Uninit(3, nullptr, nullptr), 0);
 }
 
+TEST(WriteBitStream, AvsPendingEscapeAtEnd) {
+    Writer w(2);
+    w.w.WriteBitsUint32(0, 22);
+    EXPECT_EQ(w.Finish(3), (Bytes{0x00, 0x00, 0x02}));
+    EXPECT_EQ(w.written, 22);
+    EXPECT_EQ(w.inserted, 2);
+
+    Writer v(2);
+    v.w.WriteBitsUint32(0x000001, 24);                        // 00 00 then 00000001: escaped
+    EXPECT_EQ(v.Finish(3), (Bytes{0x00, 0x00, 0x02, 0x7F}));  // 01 + six padding ones
+}
+
 TEST(WriteBitStream, CabacZeroWords) {
     // 200 bins on a 16x16 picture: K = ceil(3 * (6400 - 3072) / 1024) = 10
     // bytes needed; 2 written + 1 extra leave 7: three words.
