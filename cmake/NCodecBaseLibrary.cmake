@@ -22,6 +22,22 @@ set_target_properties(ncodecbase_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(ncodecbase_objects PRIVATE ncb_flags)
 set(NCB_LINK_LIBS Threads::Threads ZLIB::ZLIB ${CMAKE_DL_LIBS})
+# libarchive serves the RAR reader's library interface. Without it the RAR
+# reader is built with no backend and its Open fails cleanly.
+option(NCB_WITH_LIBARCHIVE "Give the RAR reader its libarchive backend when found" ON)
+set(NCB_HAVE_LIBARCHIVE 0)
+set(NCB_PC_LIBARCHIVE "")
+if(NCB_WITH_LIBARCHIVE)
+    find_package(LibArchive QUIET)
+endif()
+if(LibArchive_FOUND)
+    set(NCB_HAVE_LIBARCHIVE 1)
+    set(NCB_PC_LIBARCHIVE "-larchive")
+    list(APPEND NCB_LINK_LIBS LibArchive::LibArchive)
+    target_compile_definitions(ncodecbase_objects PRIVATE NCB_HAVE_LIBARCHIVE=1)
+else()
+    message(STATUS "libarchive not found: the RAR reader is built without a backend")
+endif()
 target_link_libraries(ncodecbase_objects PUBLIC ${NCB_LINK_LIBS})
 
 # The product: hidden visibility, only NCB_API symbols are exported.
