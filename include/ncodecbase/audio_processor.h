@@ -30,12 +30,14 @@
 
 class NCB_API CNAudioProcessor {
   public:
-    // Header of the rate-control state at the start of its state memory.
-    // Positions of the pending frames and the fade tables are byte offsets
-    // from the header, so a state survives being moved with its buffer.
+    // Header of the rate-control state at the start of its state memory
+    // (64 bytes, 4-byte packed so the counters keep their order). Positions
+    // of the pending frames and the fade tables are byte offsets from the
+    // header, so a state survives being moved with its buffer.
+#pragma pack(push, 4)
     struct RateControlDataInfoTag {
         int32_t nStereo;         // 0 mono, 1 interleaved stereo
-        int32_t nLevel;          // stored, not used
+        int32_t nLevel;          // the processor level given to Init
         int32_t nInputRate;      // R
         int32_t nTargetRate;     // T; tempo factor R / T
         int32_t nHighPass;       // 1: high-pass the output when T > R
@@ -45,11 +47,11 @@ class NCB_API CNAudioProcessor {
         int32_t nPendingOffset;  // W frames of 16-bit samples
         int32_t nFadeInOffset;   // O floats, k / O
         int32_t nFadeOutOffset;  // O floats, 1 - k / O
-        int32_t nReserved;
         int64_t nInputConsumed;  // counters since Init or Reset
         int64_t nOutputProduced;
-        int64_t nBlocksProcessed;
+        int32_t nBlocksProcessed;
     };
+#pragma pack(pop)
 
     // ---- Width conversion and layout ----
     static void DirectCopy(unsigned char* src, unsigned char* dst, int bytes, int level);
@@ -188,6 +190,7 @@ class NCB_API CNAudioProcessor {
     static void HighPassFilterStereo(short* samples, int frames);
 };
 
-static_assert(sizeof(CNAudioProcessor::RateControlDataInfoTag) == 72);
+static_assert(sizeof(CNAudioProcessor::RateControlDataInfoTag) == 64);
 static_assert(offsetof(CNAudioProcessor::RateControlDataInfoTag, nPendingFrames) == 28);
-static_assert(offsetof(CNAudioProcessor::RateControlDataInfoTag, nInputConsumed) == 48);
+static_assert(offsetof(CNAudioProcessor::RateControlDataInfoTag, nInputConsumed) == 44);
+static_assert(offsetof(CNAudioProcessor::RateControlDataInfoTag, nBlocksProcessed) == 60);
