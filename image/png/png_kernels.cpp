@@ -3,12 +3,12 @@
 //
 // Filters are serial along a row (each pixel needs its unfiltered left
 // neighbour), so the SSE2 paths vectorise across the bytes of one pixel
-// rather than across pixels: one pixel of 3 to 8 bytes per step, widened to
-// 16-bit lanes where Paeth needs signed distances. A 3- or 6-byte pixel is
-// loaded and stored as 4 or 8 bytes with the predictor of the extra lanes
-// forced to 0, so the following raw bytes are written back unchanged; the
-// last pixel, where that would pass the row end, goes through the scalar
-// twin. Up has no dependency along the row and runs 16 bytes at a time.
+// rather than across pixels, widened to 16-bit lanes where Paeth needs signed
+// distances. 4- and 8-byte pixels are loaded and stored one at a time. 3- and
+// 6-byte pixels go in blocks of 12 bytes (see Blocks below), because a
+// per-pixel 4- or 8-byte store would overlap the next pixel's load. Whatever
+// is left at the row end goes through the scalar twin. Up has no dependency
+// along the row and runs 16 bytes at a time.
 #include "image/png/png_kernels.h"
 
 #include <emmintrin.h>
@@ -203,20 +203,118 @@ size_t UpBlocks(uint8_t* row, const uint8_t* prev, size_t bytes) {
     return i;
 }
 
+// 3- and 6-byte pixels: a pixel stored as 4 or 8 bytes would overlap the
+// next pixel's load, and the processor cannot forward such a store to that
+// load. Instead 16 bytes of row and row above are loaded once and 12 bytes
+// of results (four or two pixels) are gathered in a register and stored
+// together, after everything they overlap has been read.
+template <int kShift>
+inline __m128i ShiftDown(__m128i v) {
+    return _mm_srli_si128(v, kShift);
+}
+
+inline void Store12(uint8_t* p, __m128i v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+    const int32_t high = _mm_cvtsi128_si32(_mm_srli_si128(v, 8));
+    std::memcpy(p + 8, &high, 4);
+}
+
+// `step(raw, up)` reverses one pixel held in the low lanes and returns it
+// with every other lane zero.
+template <int kUnit, typename Step>
+size_t Blocks(uint8_t* row, const uint8_t* prev, size_t bytes, Step& step) {
+    static_assert(kUnit == 3 || kUnit == 6);
+    size_t i = 0;
+    for (; i + 16 <= bytes; i += 12) {
+        const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + i));
+        const __m128i up = _mm_loadu_si128(reinterpret_cast<const __m128i*>(prev + i));
+        __m128i out = step(raw, up);
+        out = _mm_or_si128(
+            out, _mm_slli_si128(step(ShiftDown<kUnit>(raw), ShiftDown<kUnit>(up)), kUnit));
+        if constexpr (kUnit == 3) {
+            out = _mm_or_si128(out, _mm_slli_si128(step(ShiftDown<6>(raw), ShiftDown<6>(up)), 6));
+            out = _mm_or_si128(out, _mm_slli_si128(step(ShiftDown<9>(raw), ShiftDown<9>(up)), 9));
+        }
+        Store12(row + i, out);
+    }
+    return i;
+}
+
+template <int kUnit>
+size_t SubBlocks(uint8_t* row, size_t bytes) {
+    const __m128i mask = PixelMask8<kUnit>();
+    __m128i a = _mm_setzero_si128();
+    auto step = [&](__m128i raw, __m128i) {
+        a = _mm_and_si128(_mm_add_epi8(raw, a), mask);
+        return a;
+    };
+    return Blocks<kUnit>(row, row, bytes, step);
+}
+
+template <int kUnit>
+size_t AverageBlocks(uint8_t* row, const uint8_t* prev, size_t bytes) {
+    const __m128i mask = PixelMask8<kUnit>();
+    const __m128i one = _mm_set1_epi8(1);
+    __m128i a = _mm_setzero_si128();
+    auto step = [&](__m128i raw, __m128i b) {
+        const __m128i avg =
+            _mm_sub_epi8(_mm_avg_epu8(a, b), _mm_and_si128(_mm_xor_si128(a, b), one));
+        a = _mm_and_si128(_mm_add_epi8(raw, avg), mask);
+        return a;
+    };
+    return Blocks<kUnit>(row, prev, bytes, step);
+}
+
+template <int kUnit>
+size_t PaethBlocks(uint8_t* row, const uint8_t* prev, size_t bytes) {
+    const __m128i mask = PixelMask8<kUnit>();
+    const __m128i zero = _mm_setzero_si128();
+    __m128i a = zero, c = zero;  // 16-bit lanes
+    auto step = [&](__m128i raw, __m128i up) {
+        const __m128i b = _mm_unpacklo_epi8(up, zero);
+        const __m128i bc = _mm_sub_epi16(b, c);
+        const __m128i ac = _mm_sub_epi16(a, c);
+        const __m128i pa = Abs16(bc);
+        const __m128i pb = Abs16(ac);
+        const __m128i pc = Abs16(_mm_add_epi16(bc, ac));
+        const __m128i least = _mm_min_epi16(pa, _mm_min_epi16(pb, pc));
+        const __m128i pred =
+            Select(_mm_cmpeq_epi16(pa, least), a, Select(_mm_cmpeq_epi16(pb, least), b, c));
+        const __m128i x = _mm_and_si128(_mm_add_epi8(raw, _mm_packus_epi16(pred, zero)), mask);
+        a = _mm_unpacklo_epi8(x, zero);
+        c = b;
+        return x;
+    };
+    return Blocks<kUnit>(row, prev, bytes, step);
+}
+
 template <int kUnit>
 void UnfilterPixels(int filter, uint8_t* row, const uint8_t* prev, size_t bytes) {
+    constexpr bool kBlocks = kUnit == 3 || kUnit == 6;
     size_t done;
     switch (filter) {
         case 1:
-            done = SubPixels<kUnit>(row, bytes);
+            if constexpr (kBlocks) {
+                done = SubBlocks<kUnit>(row, bytes);
+            } else {
+                done = SubPixels<kUnit>(row, bytes);
+            }
             SubFrom(row, done, bytes, kUnit);
             break;
         case 3:
-            done = AveragePixels<kUnit>(row, prev, bytes);
+            if constexpr (kBlocks) {
+                done = AverageBlocks<kUnit>(row, prev, bytes);
+            } else {
+                done = AveragePixels<kUnit>(row, prev, bytes);
+            }
             AverageFrom(row, prev, done, bytes, kUnit);
             break;
         case 4:
-            done = PaethPixels<kUnit>(row, prev, bytes);
+            if constexpr (kBlocks) {
+                done = PaethBlocks<kUnit>(row, prev, bytes);
+            } else {
+                done = PaethPixels<kUnit>(row, prev, bytes);
+            }
             PaethFrom(row, prev, done, bytes, kUnit);
             break;
         default:
