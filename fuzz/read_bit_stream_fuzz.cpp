@@ -101,8 +101,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
     size_t k = input[3];
     if (4 + k > size) k = size - 4;
     const uint8_t* program = input + 4;
-    std::vector<uint8_t> data(input + 4 + k, input + size);
-    if (data.empty()) data.push_back(0x5A);
+    std::vector<uint8_t> data;
+    if (size > 4 + k) {
+        data.assign(input + 4 + k, input + size);
+    } else {
+        data.assign(1, 0x5A);
+    }
 
     std::vector<std::unique_ptr<uint8_t[]>> blocks;
     std::vector<NDataStreamBufferInfoTag> chain;

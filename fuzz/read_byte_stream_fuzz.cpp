@@ -90,8 +90,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
     size_t k = input[2];
     if (3 + k > size) k = size - 3;
     const uint8_t* program = input + 3;
-    std::vector<uint8_t> data(input + 3 + k, input + size);
-    if (data.empty()) data.push_back(0);
+    std::vector<uint8_t> data;
+    if (size > 3 + k) {
+        data.assign(input + 3 + k, input + size);
+    } else {
+        data.assign(1, 0);
+    }
     std::vector<uint8_t> pad(padSize);
     for (int i = 0; i < padSize; ++i) pad[i] = static_cast<uint8_t>(0xF0 + i);
 
