@@ -1,0 +1,164 @@
+// CNVideoProcessor: static operations on pictures held in CNCodecBuffer
+// objects and described by VideoFormatInfoTag descriptors. The class has no
+// state; it groups the operations by family:
+//
+//   - colour conversion between the planar YUV, surface YUV and RGB layouts,
+//     with the brightness / contrast / colour adjustment of ConvertConfigTag,
+//     plus the fixed-point tables and single-colour helpers;
+//   - copies, quarter-turn rotations and de-interlacing;
+//   - (further families are added by their own sections below).
+//
+// Common rules for every picture operation:
+//   - Arguments are (input buffer, output buffer, input descriptor, output
+//     descriptor, operation settings..., use-rectangle, level). With
+//     use-rectangle 1 each descriptor's own rectangle gives its origin and the
+//     input rectangle gives the size; otherwise the whole input picture is
+//     processed from (0, 0) of both.
+//   - level is the processor level: 0 SSE2, 1 SSSE3, 2 SSE4.1. Every level
+//     gives identical bytes; a level the running processor lacks is served by
+//     the highest one it has. Any other value makes the operation do nothing.
+//   - They return 1, also when they did nothing because a code, a pair of
+//     codes, a descriptor or the level is not handled; only the rotations
+//     return 0 (for a rotation code other than 0, 1, 2).
+//   - Sizes are not checked against the buffers: the caller guarantees that
+//     each buffer holds the planes its descriptor describes.
+//
+// Thread safety: every operation is re-entrant. Buffers are locked only to
+// read their data addresses; the caller must keep them alive and unresized
+// during a call.
+#pragma once
+
+#include <cstdint>
+
+#include "ncodecbase/codec_base.h"
+#include "ncodecbase/export.h"
+
+class CNCodecBuffer;
+
+class NCB_API CNVideoProcessor {
+  public:
+    using VideoFormatInfoTag = CNCodecBase::VideoFormatInfoTag;
+
+    // ------------------------------------------------------------------
+    // Colour conversion
+    // ------------------------------------------------------------------
+
+    // Settings of a conversion. A call runs in fixed-chroma mode when
+    // nFixedChroma is non-zero, else in adjust mode when an offset is
+    // non-zero or a gain differs from 256, else in plain mode. An all-zero tag
+    // is therefore adjust mode (luma 0 + offset, chroma 128): callers that
+    // mean "no change" pass 0, 0, 128, 128, 0, 0, 0, 256, 256, 256, 255. A
+    // null tag is taken as those no-change values.
+    // Gains beyond +-32767 act as +-32767 (the arithmetic is 16-bit).
+    struct ConvertConfigTag {
+        int32_t nFixedChroma;  // non-zero: write nFixedU / nFixedV as every chroma sample
+        int32_t nFlip;         // 1: write the output bottom-up
+        int32_t nFixedU;       // chroma of the fixed-chroma mode (low byte)
+        int32_t nFixedV;
+        int32_t nOffsetY;  // added after the gain
+        int32_t nOffsetU;
+        int32_t nOffsetV;
+        int32_t nGainY;  // 8.8 fixed point, 256 = 1.0
+        int32_t nGainU;
+        int32_t nGainV;
+        int32_t nAlpha;  // alpha byte of RGB32 and AYUV outputs (low byte)
+    };
+
+    // Generic planar YUV (codes 1-4) to a surface layout (6, 8, 9, 10-13, 14).
+    static int ConvertToYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                            VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                            ConvertConfigTag* pConfig, int nUseRect, int nLevel);
+    // A surface layout (6, 8, 9, 10-13, 14) to generic planar YUV (1-4).
+    static int ConvertFromYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                              VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                              ConvertConfigTag* pConfig, int nUseRect, int nLevel);
+    // Generic planar YUV (1-4) to RGB (257-260).
+    static int ConvertToRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                            VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                            ConvertConfigTag* pConfig, int nUseRect, int nLevel);
+    // RGB (257-260) to generic planar YUV (1-4).
+    static int ConvertFromRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                              VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                              ConvertConfigTag* pConfig, int nUseRect, int nLevel);
+    // Among the generic planar YUV codes (1-4), without adjustment.
+    static int ConvertYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                          VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                          int nUseRect, int nLevel);
+    // Among the RGB codes (257-260), every ordered pair. Narrowing keeps the
+    // top bits; widening leaves the low bits 0 and writes alpha 0.
+    static int ConvertRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                          VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                          int nUseRect, int nLevel);
+    // AYUV (14) to RGB32 (260) and back with the tables, alpha carried across.
+    // uFlip 1 writes the output bottom-up.
+    static int ConvertAYUVtoRGB32(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                                  VideoFormatInfoTag* pInputFormat,
+                                  VideoFormatInfoTag* pOutputFormat, unsigned int uFlip,
+                                  int nUseRect, int nLevel);
+    static int ConvertRGB32toAYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                                  VideoFormatInfoTag* pInputFormat,
+                                  VideoFormatInfoTag* pOutputFormat, unsigned int uFlip,
+                                  int nUseRect, int nLevel);
+
+    // Single colours: 0x00RRGGBB <-> 0x00YYUUVV (full-range BT.601, tables).
+    static unsigned int RGB2YUV(unsigned int uRGB);
+    static unsigned int YUV2RGB(unsigned int uYUV);
+    // 0x00RRGGBB to a 16-bit pixel, keeping the top bits of each channel.
+    static unsigned int RGB32_RGB555(unsigned int uRGB);
+    static unsigned int RGB32_RGB565(unsigned int uRGB);
+
+    // Coefficient x index (x (index - 128) for the YUV-to-RGB tables) x 65536,
+    // truncated toward zero.
+    static const int32_t s_nRgb2Yuv02990[256];
+    static const int32_t s_nRgb2Yuv05870[256];
+    static const int32_t s_nRgb2Yuv01140[256];
+    static const int32_t s_nRgb2Yuv01687n[256];
+    static const int32_t s_nRgb2Yuv03313n[256];
+    static const int32_t s_nRgb2Yuv04187n[256];
+    static const int32_t s_nRgb2Yuv00813n[256];
+    static const int32_t s_nYuv2Rgb1402[256];
+    static const int32_t s_nYuv2Rgb034413n[256];
+    static const int32_t s_nYuv2Rgb071414n[256];
+    static const int32_t s_nYuv2Rgb1772[256];
+    // 256 zeros, 0..255, 256 x 255; s_pClipTableU8 points at entry 256 so
+    // that s_pClipTableU8[x] clamps any x in -256..511.
+    static const uint8_t s_uClipTableU8[768];
+    static const uint8_t* const s_pClipTableU8;
+
+    // ------------------------------------------------------------------
+    // Copy, rotation and de-interlacing
+    // ------------------------------------------------------------------
+
+    // Copies nRows rows of nRowBytes bytes between two pitches (negative
+    // pitches walk upward). Nothing for a level other than 0, 1, 2.
+    static void DirectCopyData(unsigned char* pSource, unsigned char* pDestination, int nRowBytes,
+                               int nRows, int nSourcePitch, int nDestinationPitch, int nLevel);
+    // Same-layout copies of every plane (YUV codes 1-4, 6, 8-16; RGB codes
+    // 257-260), with each descriptor's padding, rectangle and bottom-up rows.
+    // uFlip 1 writes the destination bottom-up.
+    static int DirectCopyYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                             VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                             unsigned int uFlip, int nUseRect, int nLevel);
+    static int DirectCopyRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                             VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                             unsigned int uFlip, int nUseRect, int nLevel);
+    // Rotation 0: 90 degrees clockwise, 1: 180 degrees, 2: 90 degrees
+    // counter-clockwise; 0 and 2 exchange width and height, and the output
+    // descriptor must describe the turned size. Returns 0 for any other
+    // rotation. RotateRGB: code 260; RotateYUV: codes 1, 2, 4, 6, 8, 14.
+    static int RotateRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                         VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                         int nRotation, int nUseRect, int nLevel);
+    static int RotateYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                         VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                         int nRotation, int nUseRect, int nLevel);
+    // Edge-directed de-interlacing of codes 1-4: even rows are copied, each
+    // odd row keeps its pixels where they lie between the best-matching pair
+    // of neighbours above and below, and takes that pair's mean elsewhere.
+    // Input and output may be the same picture.
+    static int DeInterlacedYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
+                               VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
+                               int nUseRect, int nLevel);
+};
+
+static_assert(sizeof(CNVideoProcessor::ConvertConfigTag) == 44);
