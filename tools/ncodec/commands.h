@@ -10,8 +10,10 @@ namespace ncodec {
 
 using Args = std::vector<std::string>;
 
+int RunConvert(const Args& args);
 int RunCpu(const Args& args);
 int RunDemo(const Args& args);
+int RunInfo(const Args& args);
 int RunPlugins(const Args& args);
 
 }  // namespace ncodec

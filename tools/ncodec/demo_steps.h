@@ -8,5 +8,6 @@ namespace ncodec {
 bool DemoCpu(const DemoContext& context, std::string* error);      // cpu.txt
 bool DemoBuffers(const DemoContext& context, std::string* error);  // buffers.txt
 bool DemoFormats(const DemoContext& context, std::string* error);  // formats.txt
+bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
 
 }  // namespace ncodec

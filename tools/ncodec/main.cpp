@@ -20,6 +20,12 @@ constexpr Command kCommands[] = {
      "demo [--out DIR] [--step NAME] [--list]\n"
      "                    run every capability, results under DIR (out/demo)",
      ncodec::RunDemo},
+    {"convert",
+     "convert [--alpha | --no-alpha] IN OUT\n"
+     "                    re-encode a picture, format by OUT's extension (.png)",
+     ncodec::RunConvert},
+    {"info", "info FILE           picture format, header fields and chunks of FILE",
+     ncodec::RunInfo},
     {"plugins",
      "plugins [--audio DIR] [--video DIR]\n"
      "                    which codec mapping rules find a loadable plug-in",

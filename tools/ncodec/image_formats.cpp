@@ -1,0 +1,182 @@
+// The table of image formats behind `ncodec convert` and `ncodec info`, and
+// the file and picture helpers they share. Each row adapts one codec of the
+// library to the same picture form (RGB32 in a CNCodecBuffer).
+#include "tools/ncodec/image_formats.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "image/png/png_chunks.h"
+#include "ncodecbase/png_codec.h"
+
+namespace ncodec {
+namespace {
+
+// ---- PNG ------------------------------------------------------------------
+
+bool PngProbe(const uint8_t* data, size_t size) { return ncb::png::HasSignature(data, size); }
+
+bool PngDecode(CNCodecBuffer* file, Picture* out) {
+    out->format = {};
+    CNCodecBuffer* pixels = nullptr;
+    if (!CNPngCodec::Decode(nullptr, &out->format, file, &pixels)) return false;
+    out->pixels.reset(pixels);
+    return true;
+}
+
+bool PngEncode(const Picture& picture, const EncodeOptions& options, CNCodecBuffer* file) {
+    ncb::VideoFormatInfo in = picture.format, out{};
+    return CNPngCodec::Encode(&in, &out, picture.pixels.get(), file,
+                              options.alpha ? CNPngCodec::ENCODE_FLAG_ALPHA : 0) != 0;
+}
+
+const char* ColourTypeName(int type) {
+    switch (type) {
+        case 0:
+            return "grey";
+        case 2:
+            return "truecolour";
+        case 3:
+            return "palette";
+        case 4:
+            return "grey + alpha";
+        case 6:
+            return "truecolour + alpha";
+        default:
+            return "invalid";
+    }
+}
+
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string Format(const char* format, ...) {
+    char line[256];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    return std::string(line) + "\n";
+}
+
+std::string ChunkName(uint32_t type) {
+    std::string name(4, '?');
+    for (int i = 0; i < 4; ++i) {
+        const char c = static_cast<char>(type >> (24 - 8 * i));
+        if (std::isalpha(static_cast<unsigned char>(c))) name[i] = c;
+    }
+    return name;
+}
+
+std::string PngDescribe(const uint8_t* data, size_t size) {
+    using namespace ncb::png;
+    if (!HasSignature(data, size)) return "no PNG signature\n";
+    std::string text;
+    ncb::png::ChunkReader reader(data, size);
+    Chunk c;
+    bool header = false;
+    std::string chunks;
+    while (reader.Next(&c)) {
+        chunks += Format("  %s %10u bytes at %zu", ChunkName(c.type).c_str(), c.length, c.offset);
+        if (c.type == kIHDR && !header) {
+            header = true;
+            ImageHeader h;
+            if (ParseImageHeader(c, &h)) {
+                text += Format("size: %d x %d", h.width, h.height);
+                text += Format("colour type: %d (%s), bit depth %d, %s", h.colourType,
+                               ColourTypeName(h.colourType), h.bitDepth,
+                               h.interlace ? "Adam7 interlaced" : "not interlaced");
+            } else {
+                text += "invalid IHDR\n";
+            }
+        } else if (c.type == kGAMA && c.length >= 4) {
+            text += Format("gAMA: %u (gamma %.5f)", LoadBigEndian32(c.data),
+                           LoadBigEndian32(c.data) / 100000.0);
+        } else if (c.type == kPLTE) {
+            text += Format("palette: %u entries", c.length / 3);
+        } else if (c.type == kTRNS) {
+            text += Format("transparency: %u bytes", c.length);
+        }
+    }
+    if (!header) text += "no IHDR\n";
+    text += "chunks:\n" + chunks;
+    if (reader.Position() < size)
+        text += Format("%zu bytes after the last chunk read", size - reader.Position());
+    return text;
+}
+
+}  // namespace
+
+const std::vector<ImageFormat>& ImageFormats() {
+    static const std::vector<ImageFormat> formats = {
+        {"PNG", {".png"}, PngProbe, PngDecode, PngEncode, PngDescribe},
+    };
+    return formats;
+}
+
+const ImageFormat* FormatForPath(const std::string& path) {
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos) return nullptr;
+    std::string ext = path.substr(dot);
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (const ImageFormat& f : ImageFormats())
+        for (const char* e : f.extensions)
+            if (ext == e) return &f;
+    return nullptr;
+}
+
+const ImageFormat* FormatForData(const uint8_t* data, size_t size) {
+    for (const ImageFormat& f : ImageFormats())
+        if (f.probe(data, size)) return &f;
+    return nullptr;
+}
+
+BufferPtr ReadFileBuffer(const std::string& path, std::string* error) {
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    if (!in) {
+        *error = "cannot open " + path;
+        return nullptr;
+    }
+    const std::streamoff size = in.tellg();
+    if (size < 0 || size > 0x7FFFFFF0) {
+        *error = path + " is too large";
+        return nullptr;
+    }
+    BufferPtr buffer(CNCodecBuffer::CreateBuffer());
+    if (!buffer || !buffer->Allocate(static_cast<int>(size) + 1, 16, 0)) {
+        *error = "out of memory reading " + path;
+        return nullptr;
+    }
+    in.seekg(0);
+    in.read(static_cast<char*>(buffer->GetAddress()), size);
+    if (!in) {
+        *error = "cannot read " + path;
+        return nullptr;
+    }
+    buffer->SetDataSize(static_cast<int>(size));
+    return buffer;
+}
+
+bool WriteFileBuffer(const std::string& path, CNCodecBuffer* buffer, std::string* error) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(static_cast<const char*>(buffer->GetAddress()), buffer->GetDataSize());
+    out.close();
+    if (!out) *error = "cannot write " + path;
+    return static_cast<bool>(out);
+}
+
+bool HasTransparency(const Picture& picture) {
+    ncb::PlaneSet planes;
+    const auto* base = static_cast<uint8_t*>(picture.pixels->GetAddress());
+    if (!ncb::GetPlanes(picture.format, const_cast<uint8_t*>(base), false, &planes)) return false;
+    const ncb::PlaneView& p = planes.plane0;
+    for (int y = 0; y < p.height; ++y)
+        for (int x = 0; x < p.width; ++x)
+            if (p.data[y * p.pitch + 4 * x + 3] != 255) return true;
+    return false;
+}
+
+}  // namespace ncodec
