@@ -134,7 +134,9 @@ void CNWriteBitStream::EmitAvsByte() {
 
 void CNWriteBitStream::EmitWord() {
     if (m_nMode == 2) {
-        for (int i = 0; i < 4; ++i) EmitAvsByte();
+        // Escape bytes carry only six bits, so go on until fewer than 32
+        // remain: the accumulator must keep room for a 32-bit write.
+        while (m_nAccBits >= 32) EmitAvsByte();
         return;
     }
     uint32_t w = static_cast<uint32_t>(m_uAcc >> 32);

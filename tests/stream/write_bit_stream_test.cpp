@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 
 #include "ncodecbase/read_bit_stream.h"
 #include "tests/stream/stream_test_util.h"
@@ -71,6 +72,32 @@ TEST(WriteBitStream, AvsPendingEscapeAtEnd) {
     Writer v(2);
     v.w.WriteBitsUint32(0x000001, 24);                        // 00 00 then 00000001: escaped
     EXPECT_EQ(v.Finish(3), (Bytes{0x00, 0x00, 0x02, 0x7F}));  // 01 + six padding ones
+}
+
+TEST(WriteBitStream, AvsLongZeroRunsRoundTrip) {
+    // Zero payload makes every third byte an escape carrying six bits, the
+    // case where the accumulator drains slowest.
+    std::mt19937 rng(99);
+    std::vector<int> widths;
+    std::vector<uint8_t> buf(4096, 0xEE);
+    NDataStreamBufferInfoTag tag{buf.data(), 4096};
+    CNWriteBitStream w;
+    w.Init(2, 1, &tag, 1, 0);
+    for (int i = 0; i < 600; ++i) {
+        widths.push_back(25 + static_cast<int>(rng() % 8));
+        w.WriteBitsUint32(i % 7 == 6 ? 0x80000001u : 0, widths.back());
+    }
+    int written = 0, inserted = 0;
+    ASSERT_EQ(w.Uninit(3, &written, &inserted), 1);
+    uint8_t pad[1] = {0x55};
+    CNReadBitStream r;
+    tag.nSize = (written + inserted) / 8;
+    r.Init(2, 1, &tag, 1, pad, 1, 8, 8);
+    for (size_t i = 0; i < widths.size(); ++i) {
+        uint32_t want = i % 7 == 6 ? 0x80000001u & (~0u >> (32 - widths[i])) : 0;
+        ASSERT_EQ(r.GetAndRemoveBitsUint32(widths[i]), want) << i;
+    }
+    EXPECT_EQ(r.IsError(), 0);
 }
 
 TEST(WriteBitStream, CabacZeroWords) {
