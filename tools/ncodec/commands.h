@@ -10,6 +10,7 @@ namespace ncodec {
 
 using Args = std::vector<std::string>;
 
+int RunAudio(const Args& args);
 int RunConvert(const Args& args);
 int RunCpu(const Args& args);
 int RunDemo(const Args& args);

@@ -18,6 +18,7 @@ constexpr DemoStep kDemoSteps[] = {
     {"cpu", "processor identification and level", DemoCpu},
     {"buffers", "owned, wrapping and pool buffers", DemoBuffers},
     {"formats", "plane layouts of the video and audio descriptors", DemoFormats},
+    {"audio", "a tone sweep through equalizer, tempo and resampler", DemoAudio},
     {"png", "PNG files of a test picture, encoded and decoded back", DemoPng},
 };
 

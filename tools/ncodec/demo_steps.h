@@ -8,6 +8,7 @@ namespace ncodec {
 bool DemoCpu(const DemoContext& context, std::string* error);      // cpu.txt
 bool DemoBuffers(const DemoContext& context, std::string* error);  // buffers.txt
 bool DemoFormats(const DemoContext& context, std::string* error);  // formats.txt
+bool DemoAudio(const DemoContext& context, std::string* error);    // audio.txt, audio_sweep*.wav
 bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
 
 }  // namespace ncodec

@@ -30,6 +30,10 @@ constexpr Command kCommands[] = {
      "plugins [--audio DIR] [--video DIR]\n"
      "                    which codec mapping rules find a loadable plug-in",
      ncodec::RunPlugins},
+    {"audio",
+     "audio IN.wav OUT.wav [--rate HZ] [--tempo X] [--eq F:W,...] [--downmix MASK]\n"
+     "      [--volume X]  run a WAV file through down-mix, equalizer, tempo, resampler, volume",
+     ncodec::RunAudio},
 };
 
 void PrintUsage(std::FILE* to) {
