@@ -1,0 +1,473 @@
+// Inflate for the ZIP reader: block headers, stored blocks, the fixed and
+// dynamic Huffman codes, and the sliding window.
+//
+// Why this shape: the input is held in one 32 768-byte buffer that a fresh
+// CNReadBitStream (plain mode, bytes bit-reversed) walks; the symbol loop
+// runs while at least 64 bits are left in it, which covers the longest
+// length/distance pair, and otherwise returns so the consumed bytes are
+// dropped and the buffer topped up, keeping the bit position. A block header
+// is only read right after a top-up, so the largest dynamic header always
+// fits. Output collects in a 64 KiB window; whenever it fills, its oldest
+// 32 768 bytes are written and counted into the CRC, so 32 KiB of history
+// always stay for the distances.
+//
+// What it deliberately does not do: look at anything after the uncompressed
+// size is reached (trailing blocks are ignored), or write beyond it.
+#include "archive/zip/zip_inflate.h"
+
+#include <cstring>
+
+#include "ncodecbase/codec_buffer.h"
+#include "ncodecbase/data_stream.h"
+#include "ncodecbase/read_bit_stream.h"
+#include "ncodecbase/zip_decoder.h"
+#include "platform/kernel/heap.h"
+
+namespace ncb::zip {
+namespace {
+
+constexpr int kInputSize = 32768;
+constexpr int kWindowFull = 65536;
+constexpr int kFlushSize = 32768;
+constexpr int kMaxMatch = 258;
+constexpr int kWindowBytes = kWindowFull + kMaxMatch + 16;  // a match may overrun by 7
+constexpr int kLookAheadBits = 64;
+constexpr int kMaxLiteralCodes = 286;
+constexpr int kMaxDistanceCodes = 32;
+
+constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,   7,   8,   9,   10,  11, 13,
+                                      15, 17, 19, 23,  27,  31,  35,  43,  51, 59,
+                                      67, 83, 99, 115, 131, 163, 195, 227, 258};
+constexpr uint8_t kLengthExtra[29] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
+                                      2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
+constexpr uint16_t kDistanceBase[30] = {
+    1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
+    193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+constexpr uint8_t kDistanceExtra[30] = {0, 0, 0, 0, 1, 1, 2, 2,  3,  3,  4,  4,  5,  5,  6,
+                                        6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
+
+// Deflate stores these fields least significant bit first; the reversed
+// stream delivers them mirrored, so the swap tables put them right.
+const uint8_t kSwap1[2] = {0, 1};
+const uint8_t* const kSwap8[9] = {
+    nullptr,
+    kSwap1,
+    CNZipDecoder::s_uBitSwapTable2.data(),
+    CNZipDecoder::s_uBitSwapTable3.data(),
+    CNZipDecoder::s_uBitSwapTable4.data(),
+    CNZipDecoder::s_uBitSwapTable5.data(),
+    CNZipDecoder::s_uBitSwapTable6.data(),
+    CNZipDecoder::s_uBitSwapTable7.data(),
+    CNZipDecoder::s_uBitSwapTable8.data(),
+};
+const uint16_t* const kSwap16[14] = {
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    CNZipDecoder::s_uBitSwapTable9.data(),
+    CNZipDecoder::s_uBitSwapTable10.data(),
+    CNZipDecoder::s_uBitSwapTable11.data(),
+    CNZipDecoder::s_uBitSwapTable12.data(),
+    CNZipDecoder::s_uBitSwapTable13.data(),
+};
+
+// An n-bit field (0 .. 13 bits) stored least significant bit first.
+inline int ReadField(CNReadBitStream& bs, int n) {
+    if (n == 0) return 0;
+    uint32_t v = bs.GetAndRemoveBitsUint32(n);
+    return n <= 8 ? kSwap8[n][v] : kSwap16[n][v];
+}
+
+// A code table built from code lengths, decoded by the look-up family the
+// builder picked.
+class CodeTable {
+  public:
+    CodeTable() = default;
+    ~CodeTable() {
+        if (buffer_) buffer_->Release();
+    }
+    CodeTable(const CodeTable&) = delete;
+    CodeTable& operator=(const CodeTable&) = delete;
+
+    bool Create() {
+        buffer_ = CNCodecBuffer::CreateBuffer();
+        return buffer_ != nullptr;
+    }
+
+    bool Build(unsigned char* lengths, int count, int peekBits) {
+        int entryBits = 0;
+        int levels = 0;
+        if (!CNZipDecoder::CreateHuffmanTable(lengths, count, peekBits, buffer_, &lookupBits_,
+                                              &entryBits, &levels, shifts_, masks_, links_,
+                                              &dataShift_, &lenMask_, &invalid_))
+            return false;
+        table_ = buffer_->GetAddress();
+        kind_ = (levels == 1 ? 0 : 2) + (entryBits == 16 ? 0 : 1);
+        return true;
+    }
+
+    int Decode(CNReadBitStream& bs) const {
+        switch (kind_) {
+            case 0:
+                return bs.GetHuffman16Once(lookupBits_, invalid_, dataShift_,
+                                           static_cast<unsigned short>(lenMask_),
+                                           static_cast<const short*>(table_));
+            case 1:
+                return bs.GetHuffman8Once(lookupBits_, invalid_, dataShift_,
+                                          static_cast<unsigned char>(lenMask_),
+                                          static_cast<const signed char*>(table_));
+            case 2:
+                return bs.GetHuffman16(lookupBits_, invalid_, 2, shifts_, masks_, dataShift_,
+                                       static_cast<unsigned short>(lenMask_), links_,
+                                       static_cast<const short*>(table_));
+            default:
+                return bs.GetHuffman8(lookupBits_, invalid_, 2, shifts_, masks_, dataShift_,
+                                      static_cast<unsigned char>(lenMask_), links_,
+                                      static_cast<const signed char*>(table_));
+        }
+    }
+
+  private:
+    CNCodecBuffer* buffer_ = nullptr;
+    const void* table_ = nullptr;
+    int kind_ = 0;
+    int lookupBits_ = 0;
+    int shifts_[2] = {};
+    unsigned int masks_[2] = {};
+    int links_[kMaxLiteralCodes + 1] = {};
+    int dataShift_ = 0;
+    unsigned int lenMask_ = 0;
+    int invalid_ = 0;
+};
+
+// The fixed literal/length code: one 9-bit look-up.
+struct FixedLiterals {
+    int Decode(CNReadBitStream& bs) const {
+        return bs.GetHuffman16Once(
+            9, -1, 4, 15,
+            reinterpret_cast<const short*>(CNZipDecoder::s_uHuffr16DefalteLengthData.data()));
+    }
+};
+
+// Fixed distance codes are the next five bits as they come.
+struct FixedDistances {
+    int Decode(CNReadBitStream& bs) const { return static_cast<int>(bs.GetAndRemoveBitsUint32(5)); }
+};
+
+inline void CopyMatch(unsigned char* dst, int distance, int length) {
+    const unsigned char* src = dst - distance;
+    if (distance >= 8) {
+        for (int i = 0; i < length; i += 8) std::memcpy(dst + i, src + i, 8);
+    } else if (distance == 1) {
+        std::memset(dst, src[0], static_cast<size_t>(length));
+    } else {
+        for (int i = 0; i < length; ++i) dst[i] = src[i];
+    }
+}
+
+class Inflater {
+  public:
+    Inflater(InflateSource* source, uint32_t compressed, uint32_t uncompressed, InflateSink* sink,
+             int* blockType)
+        : source_(source),
+          sink_(sink),
+          blockType_(blockType),
+          compLeft_(compressed),
+          total_(uncompressed) {}
+    ~Inflater() {
+        nplat::HeapFree(in_);
+        nplat::HeapFree(win_);
+    }
+    Inflater(const Inflater&) = delete;
+    Inflater& operator=(const Inflater&) = delete;
+
+    int Run();
+    uint32_t Crc() const { return crc_; }
+
+  private:
+    enum Step { kGoOn, kNeedInput, kBlockEnd, kDone, kFail };
+
+    bool Allocate();
+    bool ReadMore();
+    void Drop(int bytes);
+    bool ReadBlockHeader(CNReadBitStream& bs);
+    bool ReadDynamicTables(CNReadBitStream& bs);
+    Step StoredBlock(CNReadBitStream& bs);
+    template <typename Literals, typename Distances>
+    Step Symbols(CNReadBitStream& bs, const Literals& literals, const Distances& distances);
+    Step WindowFull();
+    bool Emit(const unsigned char* data, int count);
+    void UpdateStop();
+
+    InflateSource* source_;
+    InflateSink* sink_;
+    int* blockType_;
+    uint32_t compLeft_;
+    uint32_t total_;
+    uint64_t written_ = 0;
+    uint32_t crc_ = 0;
+
+    unsigned char* in_ = nullptr;
+    int held_ = 0;
+    int bitPos_ = 0;
+    unsigned char* win_ = nullptr;
+    int winLen_ = 0;
+    int stop_ = 0;  // window length at which WindowFull must run
+
+    bool final_ = false;
+    bool atBlockStart_ = true;
+    int type_ = 0;
+    unsigned char pad_[4] = {};
+    CodeTable literals_;
+    CodeTable distances_;
+    CodeTable codeLengths_;
+};
+
+bool Inflater::Allocate() {
+    in_ = static_cast<unsigned char*>(nplat::HeapAlloc(kInputSize));
+    win_ = static_cast<unsigned char*>(nplat::HeapAlloc(kWindowBytes));
+    return in_ && win_ && literals_.Create() && distances_.Create() && codeLengths_.Create();
+}
+
+bool Inflater::ReadMore() {
+    int want = kInputSize - held_;
+    if (compLeft_ < static_cast<uint32_t>(want)) want = static_cast<int>(compLeft_);
+    if (want <= 0) return true;
+    if (!source_->Read(in_ + held_, want)) return false;
+    held_ += want;
+    compLeft_ -= static_cast<uint32_t>(want);
+    return true;
+}
+
+void Inflater::Drop(int bytes) {
+    if (bytes > held_) bytes = held_;
+    std::memmove(in_, in_ + bytes, static_cast<size_t>(held_ - bytes));
+    held_ -= bytes;
+}
+
+void Inflater::UpdateStop() {
+    uint64_t left = total_ - written_;
+    stop_ = left < kWindowFull ? static_cast<int>(left) : kWindowFull;
+}
+
+bool Inflater::Emit(const unsigned char* data, int count) {
+    if (count <= 0) return true;
+    if (!sink_->Write(data, count)) return false;
+    crc_ = CNZipDecoder::CalcCRC32(crc_, const_cast<unsigned char*>(data), count);
+    written_ += static_cast<uint64_t>(count);
+    return true;
+}
+
+// The window reached its stop: either the entry is complete (or overshot),
+// or the window is full and its oldest half goes out.
+Inflater::Step Inflater::WindowFull() {
+    const uint64_t produced = written_ + static_cast<uint64_t>(winLen_);
+    if (produced >= total_) return produced == total_ ? kDone : kFail;
+    if (!Emit(win_, kFlushSize)) return kFail;
+    std::memmove(win_, win_ + kFlushSize, static_cast<size_t>(winLen_ - kFlushSize));
+    winLen_ -= kFlushSize;
+    UpdateStop();
+    return kGoOn;
+}
+
+bool Inflater::ReadBlockHeader(CNReadBitStream& bs) {
+    final_ = bs.GetAndRemoveBitsUint32(1) != 0;
+    type_ = ReadField(bs, 2);
+    if (blockType_) *blockType_ = type_;
+    if (type_ == 3) return false;
+    if (type_ == 2 && !ReadDynamicTables(bs)) return false;
+    return !bs.IsError();
+}
+
+bool Inflater::ReadDynamicTables(CNReadBitStream& bs) {
+    const int hlit = ReadField(bs, 5) + 257;
+    const int hdist = ReadField(bs, 5) + 1;
+    const int hclen = ReadField(bs, 4) + 4;
+    if (hlit > kMaxLiteralCodes || hdist > kMaxDistanceCodes) return false;
+
+    unsigned char codeLengthLengths[19] = {};
+    for (int i = 0; i < hclen; ++i)
+        codeLengthLengths[CNZipDecoder::s_uLenHuffmanMappingTable[i]] =
+            static_cast<unsigned char>(ReadField(bs, 3));
+    if (!codeLengths_.Build(codeLengthLengths, 19, 7)) return false;
+
+    unsigned char lengths[kMaxLiteralCodes + kMaxDistanceCodes] = {};
+    const int total = hlit + hdist;
+    int i = 0;
+    while (i < total) {
+        const int symbol = codeLengths_.Decode(bs);
+        if (bs.IsError()) return false;
+        if (symbol < 16) {
+            lengths[i++] = static_cast<unsigned char>(symbol);
+            continue;
+        }
+        int repeat;
+        unsigned char value = 0;
+        if (symbol == 16) {
+            if (i == 0) return false;
+            value = lengths[i - 1];
+            repeat = 3 + ReadField(bs, 2);
+        } else if (symbol == 17) {
+            repeat = 3 + ReadField(bs, 3);
+        } else if (symbol == 18) {
+            repeat = 11 + ReadField(bs, 7);
+        } else {
+            return false;
+        }
+        if (i + repeat > total) return false;
+        std::memset(lengths + i, value, static_cast<size_t>(repeat));
+        i += repeat;
+    }
+    return literals_.Build(lengths, hlit, 12) && distances_.Build(lengths + hlit, hdist, 12);
+}
+
+Inflater::Step Inflater::StoredBlock(CNReadBitStream& bs) {
+    const int misaligned = bs.GetCurPos() & 7;
+    if (misaligned) bs.RemoveBits(8 - misaligned);
+    uint32_t length = CNZipDecoder::s_uBitSwapTable8[bs.GetAndRemoveBitsUint32(8)];
+    length |= static_cast<uint32_t>(CNZipDecoder::s_uBitSwapTable8[bs.GetAndRemoveBitsUint32(8)])
+              << 8;
+    bs.RemoveBits(16);  // NLEN, not checked
+    if (bs.IsError()) return kFail;
+    int pos = bs.GetCurPos() >> 3;
+    if (length > static_cast<uint32_t>(held_ - pos) + compLeft_) return kFail;
+
+    while (length > 0) {
+        if (pos == held_) {
+            held_ = 0;
+            pos = 0;
+            if (!ReadMore()) return kFail;
+        }
+        int n = held_ - pos;
+        if (static_cast<uint32_t>(n) > length) n = static_cast<int>(length);
+        if (n > stop_ - winLen_) n = stop_ - winLen_;
+        std::memcpy(win_ + winLen_, in_ + pos, static_cast<size_t>(n));
+        winLen_ += n;
+        pos += n;
+        length -= static_cast<uint32_t>(n);
+        if (winLen_ >= stop_) {
+            const Step step = WindowFull();
+            if (step != kGoOn) return step;
+        }
+    }
+    Drop(pos);
+    bitPos_ = 0;
+    return kBlockEnd;
+}
+
+template <typename Literals, typename Distances>
+Inflater::Step Inflater::Symbols(CNReadBitStream& bs, const Literals& literals,
+                                 const Distances& distances) {
+    unsigned char* const win = win_;
+    int n = winLen_;
+    int stop = stop_;
+    const bool moreInput = compLeft_ > 0;
+    Step result;
+    for (;;) {
+        if (bs.GetLeftSize() < kLookAheadBits) {
+            if (moreInput) {
+                result = kNeedInput;
+                break;
+            }
+            if (bs.IsError()) {
+                result = kFail;
+                break;
+            }
+        }
+        const int symbol = literals.Decode(bs);
+        if (symbol < 256) {
+            win[n++] = static_cast<unsigned char>(symbol);
+        } else if (symbol == 256) {
+            result = kBlockEnd;
+            break;
+        } else {
+            if (symbol > 285) {
+                result = kFail;
+                break;
+            }
+            const int li = symbol - 257;
+            const int length = kLengthBase[li] + ReadField(bs, kLengthExtra[li]);
+            const int code = distances.Decode(bs);
+            if (code > 29) {
+                result = kFail;
+                break;
+            }
+            const int distance = kDistanceBase[code] + ReadField(bs, kDistanceExtra[code]);
+            if (distance > n) {
+                result = kFail;
+                break;
+            }
+            CopyMatch(win + n, distance, length);
+            n += length;
+        }
+        if (n >= stop) {
+            winLen_ = n;
+            const Step step = WindowFull();
+            if (step != kGoOn) {
+                result = step;
+                n = winLen_;
+                break;
+            }
+            n = winLen_;
+            stop = stop_;
+        }
+    }
+    winLen_ = n;
+    return bs.IsError() ? kFail : result;
+}
+
+int Inflater::Run() {
+    if (!Allocate()) return 0;
+    UpdateStop();
+    while (written_ + static_cast<uint64_t>(winLen_) < total_) {
+        if (held_ < kInputSize && compLeft_ > 0 && !ReadMore()) return 0;
+        NDataStreamBufferInfoTag chain{in_, held_};
+        CNReadBitStream bs;
+        bs.Init(0, 0, &chain, 1, pad_, sizeof(pad_), 8, 8);
+        if (bitPos_) bs.RemoveBits(bitPos_);
+        if (atBlockStart_) {
+            if (!ReadBlockHeader(bs)) return 0;
+            atBlockStart_ = false;
+        }
+        Step step;
+        if (type_ == 0) {
+            step = StoredBlock(bs);
+        } else if (type_ == 1) {
+            step = Symbols(bs, FixedLiterals{}, FixedDistances{});
+        } else {
+            step = Symbols(bs, literals_, distances_);
+        }
+        if (step == kFail) return 0;
+        if (step == kDone) break;
+        if (type_ != 0) {
+            const int pos = bs.GetCurPos();
+            Drop(pos >> 3);
+            bitPos_ = pos & 7;
+        }
+        if (step == kBlockEnd) {
+            if (final_) break;
+            atBlockStart_ = true;
+        }
+    }
+    if (!Emit(win_, winLen_)) return 0;
+    winLen_ = 0;
+    return written_ == total_ ? 1 : 0;
+}
+
+}  // namespace
+
+int Inflate(InflateSource* source, uint32_t compressedSize, uint32_t uncompressedSize,
+            InflateSink* sink, uint32_t* crc, int* blockType) {
+    Inflater inflater(source, compressedSize, uncompressedSize, sink, blockType);
+    const int ok = inflater.Run();
+    if (crc) *crc = inflater.Crc();
+    return ok;
+}
+
+}  // namespace ncb::zip
