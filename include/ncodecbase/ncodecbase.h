@@ -13,5 +13,12 @@
 #include "ncodecbase/codec_flat_buffer.h"
 #include "ncodecbase/helper.h"
 
+// Byte and bit streams.
+#include "ncodecbase/data_stream.h"
+#include "ncodecbase/read_bit_stream.h"
+#include "ncodecbase/read_byte_stream.h"
+#include "ncodecbase/write_bit_stream.h"
+#include "ncodecbase/write_byte_stream.h"
+
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"

@@ -142,15 +142,15 @@ class NCB_API CNReadBitStream {
         return HuffmanOnce(peekBits, invalidValue, dataShift, lenMask, table);
     }
     // Peek only: no consumption and no invalid-value check.
-    int GetHuffman8OnceTry(int peekBits, int invalidValue, int dataShift, unsigned char lenMask,
+    int GetHuffman8OnceTry(int peekBits, int /*invalidValue*/, int dataShift, unsigned char lenMask,
                            const signed char* table, int* length) {
         return HuffmanOnceTry(peekBits, dataShift, lenMask, table, length);
     }
-    int GetHuffman16OnceTry(int peekBits, int invalidValue, int dataShift, unsigned short lenMask,
+    int GetHuffman16OnceTry(int peekBits, int /*invalidValue*/, int dataShift, unsigned short lenMask,
                             const short* table, int* length) {
         return HuffmanOnceTry(peekBits, dataShift, lenMask, table, length);
     }
-    int GetHuffman32OnceTry(int peekBits, int invalidValue, int dataShift, unsigned int lenMask,
+    int GetHuffman32OnceTry(int peekBits, int /*invalidValue*/, int dataShift, unsigned int lenMask,
                             const int* table, int* length) {
         return HuffmanOnceTry(peekBits, dataShift, lenMask, table, length);
     }
