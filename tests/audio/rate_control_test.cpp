@@ -229,8 +229,11 @@ TEST(RateControlStreaming, PiecesFollowTheRatioWithoutDrift) {
             ASSERT_LT(behind, std::max<int64_t>(callBlocks, 1)) << "target " << target;
         }
         EXPECT_EQ(Header(state.get())->nBlocksProcessed, inFrames / 882);
-        EXPECT_EQ(Header(state.get())->nInputConsumed, inFrames / 882 * 882);
-        EXPECT_EQ(Header(state.get())->nOutputProduced, static_cast<int64_t>(out.size()));
+        // Packed 64-bit fields: read them by value.
+        const int64_t consumed = Header(state.get())->nInputConsumed;
+        const int64_t produced = Header(state.get())->nOutputProduced;
+        EXPECT_EQ(consumed, inFrames / 882 * 882);
+        EXPECT_EQ(produced, static_cast<int64_t>(out.size()));
     }
 }
 
@@ -296,8 +299,9 @@ TEST(RateControlStreaming, ResetDropsPendingFramesAndCounters) {
     const Tag* h = Header(state.get());
     EXPECT_EQ(h->nPendingFrames, 0);
     EXPECT_EQ(h->nBlocksProcessed, 0);
-    EXPECT_EQ(h->nInputConsumed, 0);
-    EXPECT_EQ(h->nOutputProduced, 0);
+    const int64_t consumed = h->nInputConsumed, produced = h->nOutputProduced;
+    EXPECT_EQ(consumed, 0);
+    EXPECT_EQ(produced, 0);
     EXPECT_EQ(Push(state.get(), std::vector<int16_t>(882, 5), &out), 0);
     EXPECT_EQ(AP::RateControlUninit(state.get()), 1);
     EXPECT_EQ(state->GetAddress(), nullptr);

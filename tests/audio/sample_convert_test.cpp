@@ -481,7 +481,6 @@ void RunConvertToDest(PlanesCase& c, bool volume, int level) {
 
 TEST_P(Interleave, MatchesTwinAtEveryLevel) {
     const auto [n, volume] = GetParam();
-    if (n == 1 && !volume) GTEST_SKIP() << "a single plane without volume is a DirectCopy";
     CheckAllLevels<PlanesCase>({
         .name = "ConvertToDest_" + std::to_string(n) + (volume ? "_Adjust" : ""),
         .make = [n](CaseRandom& r) { return MakePlanesCase(r, n, n); },
@@ -498,8 +497,14 @@ TEST_P(Interleave, MatchesTwinAtEveryLevel) {
     });
 }
 
+// A single plane without volume has no interleaving function (DirectCopy).
 INSTANTIATE_TEST_SUITE_P(PlanesAndVolume, Interleave,
-                         ::testing::Combine(::testing::Range(1, 7), ::testing::Bool()),
+                         ::testing::Values(std::tuple{1, true}, std::tuple{2, false},
+                                           std::tuple{2, true}, std::tuple{3, false},
+                                           std::tuple{3, true}, std::tuple{4, false},
+                                           std::tuple{4, true}, std::tuple{5, false},
+                                           std::tuple{5, true}, std::tuple{6, false},
+                                           std::tuple{6, true}),
                          [](const auto& info) {
                              return std::to_string(std::get<0>(info.param)) + "planes" +
                                     (std::get<1>(info.param) ? "_volume" : "");
