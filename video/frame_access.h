@@ -77,7 +77,7 @@ ConvertSettings ReadConvertSettings(const CNVideoProcessor::ConvertConfigTag* co
 void NeutralChroma(const ConvertSettings& settings, const YuvRowKernels& k, uint8_t* u, uint8_t* v);
 
 // Pixels per chunk of a row. Scratch rows hold kChunk + 2 samples.
-inline constexpr int kChunk = 512;
+inline constexpr int kChunk = 2048;
 inline constexpr int kScratch = kChunk + 16;
 
 // Calls f(x0, n) over [0, width) in chunks of kChunk pixels, except that a

@@ -87,24 +87,35 @@ struct ChromaSource {
     const uint8_t* u[2];
     const uint8_t* v[2];
     int rows = 1;
+    bool inTarget = false;  // already written into the output rows
 };
 
 class YuvEngine {
   public:
     YuvEngine(const Pictures& p, const YuvFormat& src, const YuvFormat& dst,
-              const ConvertSettings& s, const YuvRowKernels& k)
-        : p_(p), src_(src), dst_(dst), s_(s), k_(k) {
+              const ConvertSettings& s, KernelSet set)
+        : p_(p), src_(src), dst_(dst), s_(s), set_(set), k_(GetYuvRowKernels(set)) {
         chromaMode_ = s.mode;
         // A picture without chroma has nothing to adjust: outside plain mode
         // its chroma is the fixed pair.
         if (!src.chroma && s.mode == ConvertMode::kAdjust) chromaMode_ = ConvertMode::kFixedChroma;
         ConvertSettings cs = s;
         cs.mode = chromaMode_;
-        NeutralChroma(cs, k, &neutralU_, &neutralV_);
+        NeutralChroma(cs, k_, &neutralU_, &neutralV_);
         std::memset(neutralRow_, 128, sizeof neutralRow_);
     }
 
     void Run() {
+        // Planes that only need copying or adjusting go in one pass each
+        // (whole-plane copies where rows lie back to back); the row groups
+        // then do only what is left.
+        lumaDone_ = PlanarLuma(src_.layout) && PlanarLuma(dst_.layout);
+        if (lumaDone_) LumaPlane();
+        chromaDone_ = src_.layout == Layout::kPlanar && dst_.layout == Layout::kPlanar &&
+                      src_.chroma && dst_.chroma && src_.sx == dst_.sx && src_.sy == dst_.sy &&
+                      chromaMode_ == ConvertMode::kPlain;
+        if (chromaDone_) ChromaPlanes();
+        if (lumaDone_ && (chromaDone_ || !dst_.chroma)) return;
         const int h = p_.height;
         if (dst_.chroma && dst_.sy == 1) {
             for (int cy = 0; cy < (h >> 1); ++cy) Group(2 * cy, 2, cy);
@@ -115,12 +126,32 @@ class YuvEngine {
     }
 
   private:
+    static bool PlanarLuma(Layout l) { return l == Layout::kPlanar || l == Layout::kNv12; }
+
+    void LumaPlane() {
+        const PlaneView& in = p_.in.plane0;
+        const PlaneView& out = p_.out.plane0;
+        if (s_.mode == ConvertMode::kPlain) {
+            CopyData(in.data, out.data, p_.width, p_.height, in.pitch, out.pitch, set_);
+            return;
+        }
+        for (int y = 0; y < p_.height; ++y)
+            k_.adjust(RowAt(in, y), RowAt(out, y), s_.luma, p_.width);
+    }
+
+    void ChromaPlanes() {
+        const int w = p_.width >> src_.sx, h = p_.height >> src_.sy;
+        CopyData(p_.in.u.data, p_.out.u.data, w, h, p_.in.u.pitch, p_.out.u.pitch, set_);
+        CopyData(p_.in.v.data, p_.out.v.data, w, h, p_.in.v.pitch, p_.out.v.pitch, set_);
+    }
+
     // Luma rows y0 .. y0 + rows - 1 and output chroma row cy (-1: none).
     void Group(int y0, int rows, int cy) {
         ForEachChunk(p_.width, [&](int x0, int n) {
             const uint8_t* luma[2] = {nullptr, nullptr};
-            for (int r = 0; r < rows; ++r) luma[r] = Luma(y0 + r, r, x0, n);
-            if (cy < 0) return;
+            if (!lumaDone_)
+                for (int r = 0; r < rows; ++r) luma[r] = Luma(y0 + r, r, x0, n);
+            if (cy < 0 || chromaDone_) return;
             uint8_t* tu;
             uint8_t* tv;
             ChromaTargets(cy, x0, &tu, &tv);
@@ -190,9 +221,14 @@ class YuvEngine {
             k_.fill(tv, chromaMode_ == ConvertMode::kFixedChroma ? s_.fixedV : 128, count);
             return;
         }
-        const ChromaSource c = SourceChroma(cy, x0, n);
-        *u = Resample(c.u, c.rows, tu, n, count);
-        *v = Resample(c.v, c.rows, tv, n, count);
+        const ChromaSource c = SourceChroma(cy, x0, n, tu, tv);
+        if (c.inTarget) {
+            *u = tu;
+            *v = tv;
+        } else {
+            *u = Resample(c.u, c.rows, tu, n, count);
+            *v = Resample(c.v, c.rows, tv, n, count);
+        }
         if (chromaMode_ == ConvertMode::kAdjust) {
             k_.adjust(*u, tu, s_.u, count);
             k_.adjust(*v, tv, s_.v, count);
@@ -202,8 +238,11 @@ class YuvEngine {
     }
 
     // Source chroma rows at the source's subsampling, from column x0 >> sx.
-    ChromaSource SourceChroma(int cy, int x0, int n) {
+    // Sources that must be unpacked anyway are unpacked straight into the
+    // planar output's rows (tu, tv) when no resampling follows.
+    ChromaSource SourceChroma(int cy, int x0, int n, uint8_t* tu, uint8_t* tv) {
         ChromaSource c;
+        const bool direct = dst_.layout == Layout::kPlanar && src_.sx == dst_.sx;
         int srcRows[2];
         if (dst_.sy == 1 && src_.sy == 0) {
             c.rows = 2;
@@ -226,21 +265,30 @@ class YuvEngine {
                 }
                 return c;
             case Layout::kNv12:
+                if (direct) {
+                    k_.splitUV(RowAt(p_.in.u, srcRows[0]) + x0, tu, tv, n >> 1);
+                    return InTarget();
+                }
                 k_.splitUV(RowAt(p_.in.u, srcRows[0]) + x0, srcU_[0], srcV_[0], n >> 1);
                 return Scratch(1);
             case Layout::kAyuv:
                 // Unpacked with the luma of this group's rows.
                 return Scratch(c.rows);
             default:
-                return PackedChroma(c.rows, srcRows, x0, n);
+                return PackedChroma(c.rows, srcRows, x0, n, direct ? tu : nullptr, tv);
         }
     }
 
-    ChromaSource PackedChroma(int rows, const int* srcRows, int x0, int n) {
+    // Packed 4:2:2 chroma of one row, or of two rows averaged, into scratch
+    // or (tu non-null) into the output rows.
+    ChromaSource PackedChroma(int rows, const int* srcRows, int x0, int n, uint8_t* tu,
+                              uint8_t* tv) {
         const bool lumaFirst = LumaFirst(src_.layout);
         const bool swap = SwapsChroma(src_.layout);
-        uint8_t* u = swap ? srcV_[0] : srcU_[0];
-        uint8_t* v = swap ? srcU_[0] : srcV_[0];
+        uint8_t* su = tu ? tu : srcU_[0];
+        uint8_t* sv = tu ? tv : srcV_[0];
+        uint8_t* u = swap ? sv : su;
+        uint8_t* v = swap ? su : sv;
         const uint8_t* row0 = RowAt(p_.in.plane0, srcRows[0]) + 2 * x0;
         if (rows == 2) {
             const uint8_t* row1 = RowAt(p_.in.plane0, srcRows[1]) + 2 * x0;
@@ -248,7 +296,13 @@ class YuvEngine {
         } else {
             (lumaFirst ? k_.unpackYuy2Chroma : k_.unpackUyvyChroma)(row0, u, v, n);
         }
-        return Scratch(1);
+        return tu ? InTarget() : Scratch(1);
+    }
+
+    ChromaSource InTarget() {
+        ChromaSource c;
+        c.inTarget = true;
+        return c;
     }
 
     ChromaSource Scratch(int rows) {
@@ -325,8 +379,11 @@ class YuvEngine {
     const Pictures& p_;
     YuvFormat src_, dst_;
     ConvertSettings s_;
+    KernelSet set_;
     const YuvRowKernels& k_;
     ConvertMode chromaMode_;
+    bool lumaDone_ = false;
+    bool chromaDone_ = false;
     uint8_t neutralU_ = 128, neutralV_ = 128;
     uint8_t neutralRow_[kScratch];
     uint8_t lumaScratch_[2][kScratch];
@@ -343,7 +400,7 @@ int RunYuv(const PictureArgs& args, const ConvertSettings& settings, KernelSet s
     YuvFormat src, dst;
     if (!DescribeYuv(p.inCode, &src) || !DescribeYuv(p.outCode, &dst)) return 1;
     if (settings.flip) FlipPlanes(&p.out);
-    YuvEngine engine(p, src, dst, settings, GetYuvRowKernels(set));
+    YuvEngine engine(p, src, dst, settings, set);
     engine.Run();
     return 1;
 }

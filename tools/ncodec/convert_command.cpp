@@ -7,6 +7,7 @@
 
 #include "tools/ncodec/commands.h"
 #include "tools/ncodec/image_formats.h"
+#include "tools/ncodec/layout_convert.h"
 
 namespace ncodec {
 namespace {
@@ -16,12 +17,16 @@ enum class AlphaChoice { kAuto, kOn, kOff };
 struct ConvertOptions {
     std::string in, out;
     AlphaChoice alpha = AlphaChoice::kAuto;
+    std::string via;  // a pixel layout to pass through, see layout_convert.h
 };
 
 bool Parse(const Args& args, ConvertOptions* o) {
     std::vector<std::string> files;
-    for (const std::string& a : args) {
-        if (a == "--alpha") {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--via" && i + 1 < args.size()) {
+            o->via = args[++i];
+        } else if (a == "--alpha") {
             o->alpha = AlphaChoice::kOn;
         } else if (a == "--no-alpha") {
             o->alpha = AlphaChoice::kOff;
@@ -33,7 +38,8 @@ bool Parse(const Args& args, ConvertOptions* o) {
         }
     }
     if (files.size() != 2) {
-        std::fprintf(stderr, "usage: ncodec convert [--alpha | --no-alpha] IN OUT\n");
+        std::fprintf(stderr, "usage: ncodec convert [--alpha | --no-alpha] [--via LAYOUT] IN OUT\n"
+                             "layouts: %s\n", LayoutNames().c_str());
         return false;
     }
     o->in = files[0];
@@ -64,6 +70,7 @@ int RunConvert(const Args& args) {
     Picture picture;
     if (!source->decode(file.get(), &picture))
         return Fail(o.in + ": the " + source->name + " decoder refused the file");
+    if (!o.via.empty() && !ConvertThroughLayout(o.via, &picture, &error)) return Fail(error);
     EncodeOptions options;
     options.alpha =
         o.alpha == AlphaChoice::kOn || (o.alpha == AlphaChoice::kAuto && HasTransparency(picture));

@@ -20,6 +20,7 @@ constexpr DemoStep kDemoSteps[] = {
     {"formats", "plane layouts of the video and audio descriptors", DemoFormats},
     {"audio", "a tone sweep through equalizer, tempo and resampler", DemoAudio},
     {"png", "PNG files of a test picture, encoded and decoded back", DemoPng},
+    {"colour", "a picture through conversions, an adjustment and quarter turns", DemoColour},
 };
 
 struct DemoOptions {

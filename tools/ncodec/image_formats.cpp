@@ -12,6 +12,7 @@
 
 #include "image/png/png_chunks.h"
 #include "ncodecbase/png_codec.h"
+#include "tools/ncodec/ppm_format.h"
 
 namespace ncodec {
 namespace {
@@ -112,6 +113,7 @@ std::string PngDescribe(const uint8_t* data, size_t size) {
 const std::vector<ImageFormat>& ImageFormats() {
     static const std::vector<ImageFormat> formats = {
         {"PNG", {".png"}, PngProbe, PngDecode, PngEncode, PngDescribe},
+        PpmImageFormat(),
     };
     return formats;
 }

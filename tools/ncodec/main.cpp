@@ -21,8 +21,9 @@ constexpr Command kCommands[] = {
      "                    run every capability, results under DIR (out/demo)",
      ncodec::RunDemo},
     {"convert",
-     "convert [--alpha | --no-alpha] IN OUT\n"
-     "                    re-encode a picture, format by OUT's extension (.png)",
+     "convert [--alpha | --no-alpha] [--via LAYOUT] IN OUT\n"
+     "                    re-encode a picture, format by OUT's extension (.png, .ppm),\n"
+     "                    optionally through a pixel layout (nv12, yuy2, rgb565, ...)",
      ncodec::RunConvert},
     {"info", "info FILE           picture format, header fields and chunks of FILE",
      ncodec::RunInfo},

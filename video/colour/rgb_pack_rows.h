@@ -30,7 +30,6 @@ void InstallRgbPackRowsScalar(RgbPackRowKernels* k);
 void InstallRgbPackRowsSse2(RgbPackRowKernels* k);
 void InstallRgbPackRowsSsse3(RgbPackRowKernels* k);
 void InstallRgbPackRowsSse41(RgbPackRowKernels* k);
-void InstallRgbPackRowsAvx2(RgbPackRowKernels* k);
 
 // Scalar twins over [x0, width); the widening ones walk it backwards.
 void Rgb32ToRgb24_c(const uint8_t* src, uint8_t* dst, int x0, int width);

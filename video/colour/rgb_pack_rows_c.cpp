@@ -80,8 +80,8 @@ void InstallRgbPackRowsScalar(RgbPackRowKernels* k) {
 
 const RgbPackRowKernels& GetRgbPackRowKernels(KernelSet set) {
     static const auto tables = BuildKernelTables<RgbPackRowKernels>(
-        InstallRgbPackRowsScalar, {InstallRgbPackRowsSse2, InstallRgbPackRowsSsse3,
-                                   InstallRgbPackRowsSse41, InstallRgbPackRowsAvx2});
+        InstallRgbPackRowsScalar,
+        {InstallRgbPackRowsSse2, InstallRgbPackRowsSsse3, InstallRgbPackRowsSse41, nullptr});
     return tables[static_cast<int>(set)];
 }
 

@@ -35,7 +35,6 @@ const CopyKernels& GetCopyKernels(KernelSet set);
 void InstallCopyScalar(CopyKernels* k);
 void InstallCopySse2(CopyKernels* k);
 void InstallCopySsse3(CopyKernels* k);
-void InstallCopyAvx2(CopyKernels* k);
 
 // Scalar twins.
 void CopyRow_c(const uint8_t* src, uint8_t* dst, int x0, int bytes);

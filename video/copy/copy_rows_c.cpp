@@ -73,7 +73,7 @@ void InstallCopyScalar(CopyKernels* k) {
 
 const CopyKernels& GetCopyKernels(KernelSet set) {
     static const auto tables = BuildKernelTables<CopyKernels>(
-        InstallCopyScalar, {InstallCopySse2, InstallCopySsse3, nullptr, InstallCopyAvx2});
+        InstallCopyScalar, {InstallCopySse2, InstallCopySsse3, nullptr, nullptr});
     return tables[static_cast<int>(set)];
 }
 

@@ -82,11 +82,12 @@ void Transpose4x4(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdiff_
     Store<A>(dst + 3 * dstPitch, _mm_unpackhi_epi64(t2, t3));
 }
 
-// An 8 x 8 pixel tile as four 4 x 4 blocks.
+// A 16 x 16 pixel tile as 4 x 4 blocks: each destination row of the tile is
+// one whole 64-byte line.
 template <bool A>
 void Transpose32Tile(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdiff_t dstPitch) {
-    for (int by = 0; by < 8; by += 4) {
-        for (int bx = 0; bx < 8; bx += 4)
+    for (int by = 0; by < 16; by += 4) {
+        for (int bx = 0; bx < 16; bx += 4)
             Transpose4x4<A>(src + by * srcPitch + 4 * bx, srcPitch, dst + bx * dstPitch + 4 * by,
                             dstPitch);
     }
@@ -95,8 +96,8 @@ void Transpose32Tile(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdi
 void Transpose32_sse2(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdiff_t dstPitch,
                       int width, int height) {
     const bool aligned = Aligned16(src, dst) && ((srcPitch | dstPitch) & 15) == 0;
-    TransposeTiles<8, 4>(src, srcPitch, dst, dstPitch, width, height,
-                         aligned ? Transpose32Tile<true> : Transpose32Tile<false>, Transpose32_c);
+    TransposeTiles<16, 4>(src, srcPitch, dst, dstPitch, width, height,
+                          aligned ? Transpose32Tile<true> : Transpose32Tile<false>, Transpose32_c);
 }
 
 inline __m128i ReverseBytes(__m128i v) {
