@@ -10,7 +10,13 @@ namespace ncb::archive {
 
 int OpenForRead(const char* path) {
     if (!path) return -1;
-    return ::open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    struct stat st;
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode))) {
+        ::close(fd);  // like CreateFileA, a folder is not a file to read
+        return -1;
+    }
+    return fd;
 }
 
 int CreateAlways(const char* path) {

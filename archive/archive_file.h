@@ -12,7 +12,7 @@
 
 namespace ncb::archive {
 
-// Descriptor for reading, or -1.
+// Descriptor for reading, or -1 (also for a folder).
 int OpenForRead(const char* path);
 // Creates or truncates a file for writing (mode 0666 less the umask), or -1.
 int CreateAlways(const char* path);

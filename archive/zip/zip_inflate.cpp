@@ -15,6 +15,7 @@
 // size is reached (trailing blocks are ignored), or write beyond it.
 #include "archive/zip/zip_inflate.h"
 
+#include <array>
 #include <cstring>
 
 #include "ncodecbase/codec_buffer.h"
@@ -30,7 +31,7 @@ constexpr int kInputSize = 32768;
 constexpr int kWindowFull = 65536;
 constexpr int kFlushSize = 32768;
 constexpr int kMaxMatch = 258;
-constexpr int kWindowBytes = kWindowFull + kMaxMatch + 16;  // a match may overrun by 7
+constexpr int kWindowBytes = kWindowFull + kMaxMatch + 16;  // a match may overrun by 15
 constexpr int kLookAheadBits = 64;
 constexpr int kMaxLiteralCodes = 286;
 constexpr int kMaxDistanceCodes = 32;
@@ -84,8 +85,53 @@ inline int ReadField(CNReadBitStream& bs, int n) {
     return n <= 8 ? kSwap8[n][v] : kSwap16[n][v];
 }
 
-// A code table built from code lengths, decoded by the look-up family the
-// builder picked.
+// What the symbol loop needs of a table in the bit reader's format, to look
+// a code up in the top bits of a left-aligned 32-bit peek.
+struct TableView {
+    const void* table = nullptr;
+    int bits = 0;  // bits the look-up reads: first level only, or both levels
+    int shift0 = 0;
+    uint32_t mask0 = 0;
+    int shift1 = 0;
+    uint32_t mask1 = 0;
+    const int* links = nullptr;
+    int dataShift = 0;
+    uint32_t lenMask = 0;
+    int invalid = 0;
+};
+
+// The multi-level look-up of the bit reader, on a peek the caller already
+// holds: the symbol (or the invalid value) and its code length.
+template <typename Entry>
+[[gnu::always_inline]] inline int LookUp(const TableView& t, uint32_t peek, int* length) {
+    const auto* table = static_cast<const Entry*>(t.table);
+    const uint32_t p = peek >> (32 - t.bits);
+    int entry = table[(p >> t.shift0) & t.mask0];
+    int len = static_cast<int>(static_cast<uint32_t>(entry) & t.lenMask) + 1;
+    int value = entry >> t.dataShift;
+    if (value < 0) {
+        entry = table[t.links[-value] + static_cast<int>((p >> t.shift1) & t.mask1)];
+        len += static_cast<int>(static_cast<uint32_t>(entry) & t.lenMask) + 1;
+        value = entry >> t.dataShift;
+    }
+    *length = len;
+    return value;
+}
+
+// The `n` bits below the top `used` bits of a peek, as deflate stores such
+// fields (least significant bit first), put right. Fields of up to 8 bits
+// go through their swap table; longer ones (distance extra bits, up to 13)
+// through the 8-bit table twice, which gives the same value as the larger
+// tables without their 31 KiB of cache footprint in the symbol loop.
+inline int FieldFromPeek(uint32_t peek, int used, int n) {
+    if (n == 0) return 0;
+    const uint32_t v = (peek << used) >> (32 - n);
+    if (n <= 8) return kSwap8[n][v];
+    const uint8_t* swap = CNZipDecoder::s_uBitSwapTable8.data();
+    return static_cast<int>(((uint32_t{swap[v & 0xFF]} << 8) | swap[v >> 8]) >> (16 - n));
+}
+
+// A code table built from code lengths by CNZipDecoder::CreateHuffmanTable.
 class CodeTable {
   public:
     CodeTable() = default;
@@ -101,68 +147,84 @@ class CodeTable {
     }
 
     bool Build(unsigned char* lengths, int count, int peekBits) {
-        int entryBits = 0;
         int levels = 0;
-        if (!CNZipDecoder::CreateHuffmanTable(lengths, count, peekBits, buffer_, &lookupBits_,
-                                              &entryBits, &levels, shifts_, masks_, links_,
-                                              &dataShift_, &lenMask_, &invalid_))
+        int shifts[2];
+        unsigned int masks[2];
+        unsigned int lenMask = 0;
+        if (!CNZipDecoder::CreateHuffmanTable(lengths, count, peekBits, buffer_, &view_.bits,
+                                              &entryBits_, &levels, shifts, masks, links_,
+                                              &view_.dataShift, &lenMask, &view_.invalid))
             return false;
-        table_ = buffer_->GetAddress();
-        kind_ = (levels == 1 ? 0 : 2) + (entryBits == 16 ? 0 : 1);
+        view_.table = buffer_->GetAddress();
+        view_.shift0 = shifts[0];
+        view_.mask0 = masks[0];
+        view_.shift1 = levels == 2 ? shifts[1] : 0;
+        view_.mask1 = levels == 2 ? masks[1] : 0;
+        view_.links = links_;
+        view_.lenMask = lenMask;
         return true;
     }
 
+    int EntryBits() const { return entryBits_; }
+    const TableView& View() const { return view_; }
+
+    // One symbol through the bit reader (block headers: not the hot path).
     int Decode(CNReadBitStream& bs) const {
-        switch (kind_) {
-            case 0:
-                return bs.GetHuffman16Once(lookupBits_, invalid_, dataShift_,
-                                           static_cast<unsigned short>(lenMask_),
-                                           static_cast<const short*>(table_));
-            case 1:
-                return bs.GetHuffman8Once(lookupBits_, invalid_, dataShift_,
-                                          static_cast<unsigned char>(lenMask_),
-                                          static_cast<const signed char*>(table_));
-            case 2:
-                return bs.GetHuffman16(lookupBits_, invalid_, 2, shifts_, masks_, dataShift_,
-                                       static_cast<unsigned short>(lenMask_), links_,
-                                       static_cast<const short*>(table_));
-            default:
-                return bs.GetHuffman8(lookupBits_, invalid_, 2, shifts_, masks_, dataShift_,
-                                      static_cast<unsigned char>(lenMask_), links_,
-                                      static_cast<const signed char*>(table_));
-        }
+        int length = 0;
+        const uint32_t peek = bs.GetBitsUint32(32);
+        const int value = entryBits_ == 16 ? LookUp<short>(view_, peek, &length)
+                                           : LookUp<signed char>(view_, peek, &length);
+        bs.RemoveBits(length);
+        if (value == view_.invalid) bs.SetError();
+        return value;
     }
 
   private:
     CNCodecBuffer* buffer_ = nullptr;
-    const void* table_ = nullptr;
-    int kind_ = 0;
-    int lookupBits_ = 0;
-    int shifts_[2] = {};
-    unsigned int masks_[2] = {};
+    int entryBits_ = 16;
+    TableView view_;
     int links_[kMaxLiteralCodes + 1] = {};
-    int dataShift_ = 0;
-    unsigned int lenMask_ = 0;
-    int invalid_ = 0;
 };
 
-// The fixed literal/length code: one 9-bit look-up.
-struct FixedLiterals {
-    int Decode(CNReadBitStream& bs) const {
-        return bs.GetHuffman16Once(
-            9, -1, 4, 15,
-            reinterpret_cast<const short*>(CNZipDecoder::s_uHuffr16DefalteLengthData.data()));
-    }
-};
+// Deflate's fixed codes as table views: the 9-bit literal/length table, and
+// the distance codes, which are five bits taken as they come.
+constexpr std::array<uint16_t, 32> MakeFixedDistances() {
+    std::array<uint16_t, 32> t{};
+    for (int i = 0; i < 32; ++i) t[i] = static_cast<uint16_t>((i << 4) | 4);
+    return t;
+}
+constexpr std::array<uint16_t, 32> kFixedDistances = MakeFixedDistances();
 
-// Fixed distance codes are the next five bits as they come.
-struct FixedDistances {
-    int Decode(CNReadBitStream& bs) const { return static_cast<int>(bs.GetAndRemoveBitsUint32(5)); }
-};
+TableView FixedLiteralView() {
+    TableView v;
+    v.table = CNZipDecoder::s_uHuffr16DefalteLengthData.data();
+    v.bits = 9;
+    v.mask0 = 511;
+    v.dataShift = 4;
+    v.lenMask = 15;
+    v.invalid = -1;
+    return v;
+}
 
+TableView FixedDistanceView() {
+    TableView v;
+    v.table = kFixedDistances.data();
+    v.bits = 5;
+    v.mask0 = 31;
+    v.dataShift = 4;
+    v.lenMask = 15;
+    v.invalid = -1;
+    return v;
+}
+
+// Copies a match forward; with distances of 8 or more whole 16- or 8-byte
+// pieces, which may write up to 15 bytes past the match (the window has
+// room). Shorter distances repeat a pattern byte by byte, as deflate means.
 inline void CopyMatch(unsigned char* dst, int distance, int length) {
     const unsigned char* src = dst - distance;
-    if (distance >= 8) {
+    if (distance >= 16) {
+        for (int i = 0; i < length; i += 16) std::memcpy(dst + i, src + i, 16);
+    } else if (distance >= 8) {
         for (int i = 0; i < length; i += 8) std::memcpy(dst + i, src + i, 8);
     } else if (distance == 1) {
         std::memset(dst, src[0], static_cast<size_t>(length));
@@ -170,6 +232,8 @@ inline void CopyMatch(unsigned char* dst, int distance, int length) {
         for (int i = 0; i < length; ++i) dst[i] = src[i];
     }
 }
+
+enum class SymbolStop { kWindow, kBlockEnd, kInput, kBad };
 
 class Inflater {
   public:
@@ -199,8 +263,8 @@ class Inflater {
     bool ReadBlockHeader(CNReadBitStream& bs);
     bool ReadDynamicTables(CNReadBitStream& bs);
     Step StoredBlock(CNReadBitStream& bs);
-    template <typename Literals, typename Distances>
-    Step Symbols(CNReadBitStream& bs, const Literals& literals, const Distances& distances);
+    Step Symbols(CNReadBitStream& bs, const TableView& literals, const TableView& distances,
+                 int distanceEntryBits);
     Step WindowFull();
     bool Emit(const unsigned char* data, int count);
     void UpdateStop();
@@ -227,6 +291,8 @@ class Inflater {
     CodeTable literals_;
     CodeTable distances_;
     CodeTable codeLengths_;
+    const TableView fixedLiterals_ = FixedLiteralView();
+    const TableView fixedDistances_ = FixedDistanceView();
 };
 
 bool Inflater::Allocate() {
@@ -361,65 +427,96 @@ Inflater::Step Inflater::StoredBlock(CNReadBitStream& bs) {
     return kBlockEnd;
 }
 
-template <typename Literals, typename Distances>
-Inflater::Step Inflater::Symbols(CNReadBitStream& bs, const Literals& literals,
-                                 const Distances& distances) {
-    unsigned char* const win = win_;
-    int n = winLen_;
-    int stop = stop_;
-    const bool moreInput = compLeft_ > 0;
-    Step result;
-    for (;;) {
+// Decodes symbols into `win` from length `*length` until the window reaches
+// `stop`, the block ends, the input runs short or the stream fails.
+//
+// Each round peeks 32 bits once and consumes once: a literal and, when its
+// code fits in the rest of the peek, a second literal; or a length code with
+// its extra bits, then (second peek) a distance code with its extra bits,
+// which always fit 32 bits together. `win` is restrict-qualified: the bytes
+// written never alias the bit reader or the tables.
+template <typename DistanceEntry>
+SymbolStop DecodeSymbols(CNReadBitStream& bs, const TableView& literals, const TableView& distances,
+                         unsigned char* __restrict win, int* length, int stop, bool moreInput) {
+    int n = *length;
+    const int pairBits = 32 - literals.bits;  // a second literal fits after this many bits
+    SymbolStop result = SymbolStop::kWindow;
+    while (n < stop) {
         if (bs.GetLeftSize() < kLookAheadBits) {
             if (moreInput) {
-                result = kNeedInput;
+                result = SymbolStop::kInput;
                 break;
             }
             if (bs.IsError()) {
-                result = kFail;
+                result = SymbolStop::kBad;
                 break;
             }
         }
-        const int symbol = literals.Decode(bs);
+        uint32_t peek = bs.GetBitsUint32(32);
+        int used;
+        int symbol = LookUp<short>(literals, peek, &used);
         if (symbol < 256) {
             win[n++] = static_cast<unsigned char>(symbol);
-        } else if (symbol == 256) {
-            result = kBlockEnd;
+            if (used <= pairBits && n < stop) {
+                int more;
+                const int next = LookUp<short>(literals, peek << used, &more);
+                if (next < 256) {
+                    win[n++] = static_cast<unsigned char>(next);
+                    used += more;
+                }
+            }
+            bs.RemoveBits(used);
+            continue;
+        }
+        if (symbol == 256) {
+            bs.RemoveBits(used);
+            result = SymbolStop::kBlockEnd;
             break;
-        } else {
-            if (symbol > 285) {
-                result = kFail;
-                break;
-            }
-            const int li = symbol - 257;
-            const int length = kLengthBase[li] + ReadField(bs, kLengthExtra[li]);
-            const int code = distances.Decode(bs);
-            if (code > 29) {
-                result = kFail;
-                break;
-            }
-            const int distance = kDistanceBase[code] + ReadField(bs, kDistanceExtra[code]);
-            if (distance > n) {
-                result = kFail;
-                break;
-            }
-            CopyMatch(win + n, distance, length);
-            n += length;
         }
-        if (n >= stop) {
-            winLen_ = n;
-            const Step step = WindowFull();
-            if (step != kGoOn) {
-                result = step;
-                n = winLen_;
-                break;
-            }
-            n = winLen_;
-            stop = stop_;
+        if (symbol > 285) {
+            result = SymbolStop::kBad;
+            break;
         }
+        const int li = symbol - 257;
+        const int extra = kLengthExtra[li];
+        const int matchLength = kLengthBase[li] + FieldFromPeek(peek, used, extra);
+        bs.RemoveBits(used + extra);  // at most 15 + 5 bits
+
+        peek = bs.GetBitsUint32(32);
+        const int code = LookUp<DistanceEntry>(distances, peek, &used);
+        if (code > 29) {
+            result = SymbolStop::kBad;
+            break;
+        }
+        const int distanceExtra = kDistanceExtra[code];
+        const int distance = kDistanceBase[code] + FieldFromPeek(peek, used, distanceExtra);
+        bs.RemoveBits(used + distanceExtra);  // at most 15 + 13 bits
+        if (distance > n) {
+            result = SymbolStop::kBad;
+            break;
+        }
+        CopyMatch(win + n, distance, matchLength);
+        n += matchLength;
     }
-    winLen_ = n;
-    return bs.IsError() ? kFail : result;
+    *length = n;
+    return result;
+}
+
+Inflater::Step Inflater::Symbols(CNReadBitStream& bs, const TableView& literals,
+                                 const TableView& distances, int distanceEntryBits) {
+    const bool moreInput = compLeft_ > 0;
+    for (;;) {
+        const SymbolStop stop =
+            distanceEntryBits == 16
+                ? DecodeSymbols<short>(bs, literals, distances, win_, &winLen_, stop_, moreInput)
+                : DecodeSymbols<signed char>(bs, literals, distances, win_, &winLen_, stop_,
+                                             moreInput);
+        if (bs.IsError() || stop == SymbolStop::kBad) return kFail;
+        if (stop == SymbolStop::kBlockEnd) return kBlockEnd;
+        if (stop == SymbolStop::kInput) return kNeedInput;
+        const Step step = WindowFull();
+        if (step != kGoOn) return step;
+    }
 }
 
 int Inflater::Run() {
@@ -439,9 +536,9 @@ int Inflater::Run() {
         if (type_ == 0) {
             step = StoredBlock(bs);
         } else if (type_ == 1) {
-            step = Symbols(bs, FixedLiterals{}, FixedDistances{});
+            step = Symbols(bs, fixedLiterals_, fixedDistances_, 16);
         } else {
-            step = Symbols(bs, literals_, distances_);
+            step = Symbols(bs, literals_.View(), distances_.View(), distances_.EntryBits());
         }
         if (step == kFail) return 0;
         if (step == kDone) break;
