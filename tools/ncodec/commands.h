@@ -16,5 +16,7 @@ int RunCpu(const Args& args);
 int RunDemo(const Args& args);
 int RunInfo(const Args& args);
 int RunPlugins(const Args& args);
+int RunRar(const Args& args);
+int RunZip(const Args& args);
 
 }  // namespace ncodec

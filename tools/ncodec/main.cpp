@@ -35,6 +35,14 @@ constexpr Command kCommands[] = {
      "audio IN.wav OUT.wav [--rate HZ] [--tempo X] [--eq F:W,...] [--downmix MASK]\n"
      "      [--volume X]  run a WAV file through down-mix, equalizer, tempo, resampler, volume",
      ncodec::RunAudio},
+    {"zip",
+     "zip list ARCHIVE | zip extract ARCHIVE [NAME|INDEX...] -o DIR [--password P]\n"
+     "                    list a ZIP archive or extract entries into DIR",
+     ncodec::RunZip},
+    {"rar",
+     "rar list ARCHIVE [--password P] | rar extract ARCHIVE [NAME|INDEX...] -o DIR\n"
+     "      [--password P]  list a RAR archive or extract entries into DIR",
+     ncodec::RunRar},
 };
 
 void PrintUsage(std::FILE* to) {
