@@ -171,76 +171,68 @@ int PassList(const ImageHeader& h, Pass passes[7]) {
     return n;
 }
 
-// Calls the converter that fits the image's colour type, depth and key.
+// The converter that fits the image's colour type, depth and key, chosen
+// once per decode and run one stored row at a time.
 class RowConverter {
   public:
-    explicit RowConverter(const FileInfo& info) : m_info(info) {}
+    explicit RowConverter(const FileInfo& info) : m_info(info) {
+        using C = CNPngCodec;
+        const ImageHeader& h = info.header;
+        const struct {
+            int type, depth;
+            PlainFn plain;
+            KeyFn keyed;
+            PaletteFn palette;
+        } kTable[] = {
+            {0, 1, C::ConvertFromGrey1Bits, C::ConvertFromGrey1Bits_Tran, nullptr},
+            {0, 2, C::ConvertFromGrey2Bits, C::ConvertFromGrey2Bits_Tran, nullptr},
+            {0, 4, C::ConvertFromGrey4Bits, C::ConvertFromGrey4Bits_Tran, nullptr},
+            {0, 8, C::ConvertFromGrey8Bits, C::ConvertFromGrey8Bits_Tran, nullptr},
+            {0, 16, C::ConvertFromGrey16Bits, C::ConvertFromGrey16Bits_Tran, nullptr},
+            {2, 8, C::ConvertFromTrueColor8Bits, C::ConvertFromTrueColor8Bits_Tran, nullptr},
+            {2, 16, C::ConvertFromTrueColor16Bits, nullptr, nullptr},  // 64-bit key below
+            {3, 1, nullptr, nullptr, C::ConvertFromPal1Bits},
+            {3, 2, nullptr, nullptr, C::ConvertFromPal2Bits},
+            {3, 4, nullptr, nullptr, C::ConvertFromPal4Bits},
+            {3, 8, nullptr, nullptr, C::ConvertFromPal8Bits},
+            {4, 8, C::ConvertFromGreyAlpha8Bits, nullptr, nullptr},
+            {4, 16, C::ConvertFromGreyAlpha16Bits, nullptr, nullptr},
+            {6, 8, C::ConvertFromTrueColorAlpha8Bits, nullptr, nullptr},
+            {6, 16, C::ConvertFromTrueColorAlpha16Bits, nullptr, nullptr},
+        };
+        for (const auto& e : kTable) {
+            if (e.type != h.colourType || e.depth != h.bitDepth) continue;
+            m_plain = e.plain;
+            m_palette = e.palette;
+            if (info.haveTransparency) m_keyed = e.keyed;
+        }
+        m_keyed64 = h.colourType == 2 && h.bitDepth == 16 && info.haveTransparency;
+    }
 
-    void Run(const uint8_t* src, uint8_t* dst, int width, int height, int pitch, int step) const {
-        const ImageHeader& h = m_info.header;
-        const bool key = m_info.haveTransparency;
-        const unsigned k = m_info.key;
-        switch (h.colourType << 8 | h.bitDepth) {
-            case 0x001:
-                return key ? CNPngCodec::ConvertFromGrey1Bits_Tran(src, dst, width, height, pitch,
-                                                                   k, step)
-                           : CNPngCodec::ConvertFromGrey1Bits(src, dst, width, height, pitch, step);
-            case 0x002:
-                return key ? CNPngCodec::ConvertFromGrey2Bits_Tran(src, dst, width, height, pitch,
-                                                                   k, step)
-                           : CNPngCodec::ConvertFromGrey2Bits(src, dst, width, height, pitch, step);
-            case 0x004:
-                return key ? CNPngCodec::ConvertFromGrey4Bits_Tran(src, dst, width, height, pitch,
-                                                                   k, step)
-                           : CNPngCodec::ConvertFromGrey4Bits(src, dst, width, height, pitch, step);
-            case 0x008:
-                return key ? CNPngCodec::ConvertFromGrey8Bits_Tran(src, dst, width, height, pitch,
-                                                                   k, step)
-                           : CNPngCodec::ConvertFromGrey8Bits(src, dst, width, height, pitch, step);
-            case 0x010:
-                return key ? CNPngCodec::ConvertFromGrey16Bits_Tran(src, dst, width, height, pitch,
-                                                                    k, step)
-                           : CNPngCodec::ConvertFromGrey16Bits(src, dst, width, height, pitch,
-                                                               step);
-            case 0x208:
-                return key ? CNPngCodec::ConvertFromTrueColor8Bits_Tran(src, dst, width, height,
-                                                                        pitch, k, step)
-                           : CNPngCodec::ConvertFromTrueColor8Bits(src, dst, width, height, pitch,
-                                                                   step);
-            case 0x210:
-                return key ? CNPngCodec::ConvertFromTrueColor16Bits_Tran(src, dst, width, height,
-                                                                         pitch, m_info.key64, step)
-                           : CNPngCodec::ConvertFromTrueColor16Bits(src, dst, width, height, pitch,
-                                                                    step);
-            case 0x301:
-                return CNPngCodec::ConvertFromPal1Bits(src, dst, width, height, pitch,
-                                                       m_info.palette, step);
-            case 0x302:
-                return CNPngCodec::ConvertFromPal2Bits(src, dst, width, height, pitch,
-                                                       m_info.palette, step);
-            case 0x304:
-                return CNPngCodec::ConvertFromPal4Bits(src, dst, width, height, pitch,
-                                                       m_info.palette, step);
-            case 0x308:
-                return CNPngCodec::ConvertFromPal8Bits(src, dst, width, height, pitch,
-                                                       m_info.palette, step);
-            case 0x408:
-                return CNPngCodec::ConvertFromGreyAlpha8Bits(src, dst, width, height, pitch, step);
-            case 0x410:
-                return CNPngCodec::ConvertFromGreyAlpha16Bits(src, dst, width, height, pitch, step);
-            case 0x608:
-                return CNPngCodec::ConvertFromTrueColorAlpha8Bits(src, dst, width, height, pitch,
-                                                                  step);
-            case 0x610:
-                return CNPngCodec::ConvertFromTrueColorAlpha16Bits(src, dst, width, height, pitch,
-                                                                   step);
-            default:
-                return;  // unreachable: the header was validated
+    // Row `src` (filter byte first) to `width` pixels from `dst`, `step` apart.
+    void Run(const uint8_t* src, uint8_t* dst, int width, int step) const {
+        if (m_palette) {
+            m_palette(src, dst, width, 1, 0, m_info.palette, step);
+        } else if (m_keyed64) {
+            CNPngCodec::ConvertFromTrueColor16Bits_Tran(src, dst, width, 1, 0, m_info.key64, step);
+        } else if (m_keyed) {
+            m_keyed(src, dst, width, 1, 0, m_info.key, step);
+        } else if (m_plain) {
+            m_plain(src, dst, width, 1, 0, step);
         }
     }
 
   private:
+    using PlainFn = void (*)(const unsigned char*, unsigned char*, int, int, int, int);
+    using KeyFn = void (*)(const unsigned char*, unsigned char*, int, int, int, unsigned int, int);
+    using PaletteFn = void (*)(const unsigned char*, unsigned char*, int, int, int,
+                               const unsigned int*, int);
+
     const FileInfo& m_info;
+    PlainFn m_plain = nullptr;
+    KeyFn m_keyed = nullptr;
+    PaletteFn m_palette = nullptr;
+    bool m_keyed64 = false;
 };
 
 // Sizes a decode needs, all checked against the limits before allocating.
@@ -358,9 +350,8 @@ void Reconstruct(uint8_t* inflated, const uint8_t* zeroRow, const FileInfo& info
         const uint8_t* prev = zeroRow;
         for (int y = 0; y < p.height; ++y, prev = row, row += line) {
             k.unfilterRow(row[0], row + 1, prev + 1, line - 1, unit);
-            // One row per call, so the converter never uses its pitch.
             uint8_t* out = picture + (p.y0 + int64_t{y} * p.stepY) * plan.pitch + 4 * p.x0;
-            convert.Run(row, out, p.width, 1, 0, p.stepX);
+            convert.Run(row, out, p.width, p.stepX);
         }
     }
 }

@@ -196,7 +196,7 @@ int OurDecode(const Bytes& file, Picture* out, CNCodecBase::VideoFormatInfoTag* 
     // A wrap buffer over a copy of exactly the file's size, so any read past
     // the end is caught by AddressSanitizer.
     std::unique_ptr<uint8_t[]> exact(new uint8_t[file.size() ? file.size() : 1]);
-    std::memcpy(exact.get(), file.data(), file.size());
+    if (!file.empty()) std::memcpy(exact.get(), file.data(), file.size());
     CNCodecBuffer* input = CNCodecBuffer::CreateWrapBuffer(
         exact.get(), static_cast<int>(file.size()), static_cast<int>(file.size()), nullptr);
     CNCodecBuffer* output = reinterpret_cast<CNCodecBuffer*>(1);
