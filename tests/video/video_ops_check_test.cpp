@@ -2,7 +2,7 @@
 // processor level (and through the scalar twins, and the SSE4.1 set where
 // AVX2 would otherwise serve level 2), against the literal model of
 // video_reference.h: random sizes from 1 pixel (odd widths and heights,
-// rows that cross the operations' 512-pixel chunks), random paddings and
+// rows that end at or cross the operations' chunk boundaries), random paddings and
 // rectangles, bottom-up RGB, swapped chroma, flipped outputs, aligned and
 // unaligned frames. The kernel checker guards every byte around and between
 // the planes, so a write outside the region or into padding fails too.
@@ -180,8 +180,11 @@ OpCase MakeCase(CaseRandom& r, const PairParam& param) {
     c.flip = r.Chance(40);
     c.config = MakeConfig(r);
     int rw = r.Size(1, 70), rh = r.Size(1, 9);
-    if (r.Chance(8)) {  // across the 512-pixel chunks
-        rw = r.Uniform(500, 1100);
+    if (r.Chance(8)) {  // rows at and across the operations' chunk boundaries
+        constexpr int k = ncb::video::kChunk;
+        const int widths[] = {
+            k - 1, k, k + 1, k + 2, k + 15, k + 17, r.Uniform(k - 40, 2 * k + 40)};
+        rw = widths[r.Uniform(0, 6)];
         rh = r.Uniform(1, 3);
     }
     const bool aligned = r.Chance(25);
