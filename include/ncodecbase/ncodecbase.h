@@ -20,5 +20,9 @@
 #include "ncodecbase/write_bit_stream.h"
 #include "ncodecbase/write_byte_stream.h"
 
+// Audio processing.
+#include "ncodecbase/audio_processor.h"
+#include "ncodecbase/audio_speaker_convert.h"
+
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"
