@@ -239,7 +239,7 @@ Bytes FixedBlock(const std::vector<int>& symbolsAndFields) {
     for (size_t i = 0; i < symbolsAndFields.size(); ++i) {
         const int s = symbolsAndFields[i];
         w.FixedLiteral(s);
-        if (s > 256) {
+        if (s > 256 && s < 286) {
             w.Bits(symbolsAndFields[++i], kLengthExtra[s - 257]);
             const int code = symbolsAndFields[++i];
             w.Code(code, 5);
