@@ -10,12 +10,15 @@
 // - Header reads: the end of the archive is ERAR_END_ARCHIVE; every error
 //   libarchive reports (truncation, bad data, unsupported features) is
 //   ERAR_BAD_DATA, so a damaged archive never lists as complete. When the
-//   headers are encrypted, the callback is asked for the password first.
+//   headers are encrypted, or an encrypted entry came before (libarchive
+//   gives up on the rest of a solid archive then), the callback is asked
+//   for the password first: the key is what is missing.
 // - Extraction of an encrypted entry asks the callback for the password and
 //   fails (ERAR_MISSING_PASSWORD without one, else ERAR_BAD_PASSWORD): no
 //   bytes are written that could be mistaken for the content. Data errors
 //   are ERAR_BAD_DATA; the output file is created only at the destination
-//   name given, and directories become a directory there. Where the RAR 5
+//   name given, directories become a directory there and links an empty
+//   file (never a link, which could point anywhere). Where the RAR 5
 //   header carries a CRC-32 of the data, it is checked here as well, since
 //   libarchive does not check it for stored files.
 // - Packed sizes are not reported by libarchive and read as 0.
@@ -97,7 +100,9 @@ std::vector<std::string> FindVolumes(const std::string& first) {
     if (dot == std::string::npos || dot < 5) return volumes;
     size_t digits = dot;
     while (digits > 0 && first[digits - 1] >= '0' && first[digits - 1] <= '9') --digits;
-    if (digits == dot || digits < 5 || first.compare(digits - 5, 5, ".part") != 0) return volumes;
+    if (digits == dot || dot - digits > 5 || digits < 5 ||
+        first.compare(digits - 5, 5, ".part") != 0)
+        return volumes;
     const std::string number = first.substr(digits, dot - digits);
     if (std::stoul(number) != 1) return volumes;
     for (unsigned long n = 2; n < 100000; ++n) {
@@ -254,8 +259,11 @@ RarHandle OpenArchiveEx(RAROpenArchiveDataEx* data) {
         data->OpenResult = ERAR_NO_MEMORY;
         return nullptr;
     }
+    std::vector<const char*> names;
     try {
         a->volumes = FindVolumes(data->ArcName);
+        for (const std::string& v : a->volumes) names.push_back(v.c_str());
+        names.push_back(nullptr);
     } catch (...) {
         nplat::HeapDelete(a);
         data->OpenResult = ERAR_NO_MEMORY;
@@ -274,9 +282,6 @@ RarHandle OpenArchiveEx(RAROpenArchiveDataEx* data) {
     }
     archive_read_support_format_rar(a->reader);
     archive_read_support_format_rar5(a->reader);
-    std::vector<const char*> names;
-    for (const std::string& v : a->volumes) names.push_back(v.c_str());
-    names.push_back(nullptr);
     if (archive_read_open_filenames(a->reader, names.data(), kBlockSize) != ARCHIVE_OK) {
         nplat::HeapDelete(a);
         data->OpenResult = ERAR_BAD_ARCHIVE;

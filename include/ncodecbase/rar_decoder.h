@@ -29,6 +29,8 @@
 //   entry against the extraction walk).
 // - A negative index is refused like one past the end (error 1).
 // - Packed sizes are 0: libarchive does not report them.
+// - Extraction writes only the output path: a folder entry becomes a folder
+//   there, a link entry an empty file (links are never created or followed).
 //
 // Ownership: the reader owns its entry table; no archive handle is kept
 // between calls. Thread safety: one call at a time per reader; the callback
