@@ -210,6 +210,10 @@ class FromRgbEngine {
     void Rows(int y0, int rows, int cy) {
         ForEachBlockChunk(p_.width, [&](int x0, int n) {
             const uint8_t* src[2] = {nullptr, nullptr};
+            if (rows == 2 && rgb_.rgb32ToYuv420 && s_.mode != ConvertMode::kFixedChroma) {
+                Fused(y0, cy, x0, n);
+                return;
+            }
             for (int r = 0; r < rows; ++r) {
                 src[r] = Source(y0 + r, r, x0, n);
                 uint8_t* luma = RowAt(p_.out.plane0, y0 + r) + x0;
@@ -218,6 +222,23 @@ class FromRgbEngine {
             }
             if (cy >= 0) Chroma(src, cy, x0, n);
         });
+    }
+
+    // Both luma rows and the chroma row from one pass over the pixels.
+    void Fused(int y0, int cy, int x0, int n) {
+        const uint8_t* src0 = Source(y0, 0, x0, n);
+        const uint8_t* src1 = Source(y0 + 1, 1, x0, n);
+        uint8_t* luma0 = RowAt(p_.out.plane0, y0) + x0;
+        uint8_t* luma1 = RowAt(p_.out.plane0, y0 + 1) + x0;
+        uint8_t* u = RowAt(p_.out.u, cy) + (x0 >> 1);
+        uint8_t* v = RowAt(p_.out.v, cy) + (x0 >> 1);
+        rgb_.rgb32ToYuv420(src0, src1, luma0, luma1, u, v, n);
+        AdjustLuma(luma0, n);
+        AdjustLuma(luma1, n);
+        if (s_.mode == ConvertMode::kAdjust) {
+            yuv_.adjust(u, u, s_.u, n >> 1);
+            yuv_.adjust(v, v, s_.v, n >> 1);
+        }
     }
 
     void Chroma(const uint8_t* const* src, int cy, int x0, int n) {

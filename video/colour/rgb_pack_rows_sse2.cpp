@@ -71,6 +71,7 @@ int Rgb32ToRgb24_sse2(const uint8_t* src, uint8_t* dst, int width) {
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i c[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) c[i] = Drop4(Load<A>(src + 4 * x + 16 * i));
         uint8_t* d = dst + 3 * x;
         // Alignment of dst + 3x follows dst only every 16 pixels; 48 is a

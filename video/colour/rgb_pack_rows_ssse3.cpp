@@ -32,6 +32,7 @@ int Rgb32ToRgb24_ssse3(const uint8_t* src, uint8_t* dst, int width) {
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i c[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) c[i] = _mm_shuffle_epi8(Load<A>(src + 4 * x + 16 * i), drop);
         uint8_t* d = dst + 3 * x;
         Store<A>(d, _mm_or_si128(c[0], _mm_slli_si128(c[1], 12)));

@@ -38,6 +38,11 @@ struct RgbRowKernels {
                              int width);
     void (*rgb32ToChroma422)(const uint8_t* src, uint8_t* u, uint8_t* v, int width);
     void (*rgb32ToChroma444)(const uint8_t* src, uint8_t* u, uint8_t* v, int width);
+    // Luma of both rows and their 4:2:0 chroma in one pass over the pixels;
+    // the same bytes as rgb32ToLuma twice and rgb32ToChroma420. Null in
+    // sets without a fused kernel (callers then make the three calls).
+    void (*rgb32ToYuv420)(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
+                          uint8_t* u, uint8_t* v, int width);
 };
 
 const RgbRowKernels& GetRgbRowKernels(KernelSet set);
@@ -58,5 +63,7 @@ void Rgb32ToChroma420_c(const uint8_t* src0, const uint8_t* src1, uint8_t* u, ui
                         int width);
 void Rgb32ToChroma422_c(const uint8_t* src, uint8_t* u, uint8_t* v, int x0, int width);
 void Rgb32ToChroma444_c(const uint8_t* src, uint8_t* u, uint8_t* v, int x0, int width);
+void Rgb32ToYuv420_c(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1, uint8_t* u,
+                     uint8_t* v, int x0, int width);
 
 }  // namespace ncb::video

@@ -106,24 +106,42 @@ int Yuv444ToRgb32_avx2(const uint8_t* y, const uint8_t* u, const uint8_t* v, uin
     return x;
 }
 
-template <bool A>
-int Rgb32ToLuma_avx2(const uint8_t* src, uint8_t* y, int width) {
+// 1.7 luma of 32 pixels (four vectors of eight) as 32 bytes in order.
+inline __m256i Luma32(const __m256i p[4]) {
     const __m256i weights = _mm256_set1_epi32(0x00264B0F);  // 15, 75, 38, 0
     const __m256i round = _mm256_set1_epi16(64);
-    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    __m256i m[4];
+#pragma GCC unroll 8
+    for (int i = 0; i < 4; ++i) m[i] = _mm256_maddubs_epi16(p[i], weights);
+    // Sums of pixels [0-3, 8-11 | 4-7, 12-15] and [16-19, 24-27 | 20-23, 28-31].
+    const __m256i h01 =
+        _mm256_srli_epi16(_mm256_add_epi16(_mm256_hadd_epi16(m[0], m[1]), round), 7);
+    const __m256i h23 =
+        _mm256_srli_epi16(_mm256_add_epi16(_mm256_hadd_epi16(m[2], m[3]), round), 7);
+    return _mm256_permutevar8x32_epi32(_mm256_packus_epi16(h01, h23),
+                                       _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+
+// The same for 16 pixels with 128-bit vectors.
+inline __m128i Luma16(const __m128i q[4]) {
+    const __m128i weights = _mm_set1_epi32(0x00264B0F);
+    const __m128i round = _mm_set1_epi16(64);
+    __m128i m[4];
+#pragma GCC unroll 8
+    for (int i = 0; i < 4; ++i) m[i] = _mm_maddubs_epi16(q[i], weights);
+    const __m128i lo = _mm_srli_epi16(_mm_add_epi16(_mm_hadd_epi16(m[0], m[1]), round), 7);
+    const __m128i hi = _mm_srli_epi16(_mm_add_epi16(_mm_hadd_epi16(m[2], m[3]), round), 7);
+    return _mm_packus_epi16(lo, hi);
+}
+
+template <bool A>
+int Rgb32ToLuma_avx2(const uint8_t* src, uint8_t* y, int width) {
     int x = 0;
     for (; x + 32 <= width; x += 32) {
-        const uint8_t* s = src + 4 * x;
-        __m256i m[4];
-        for (int i = 0; i < 4; ++i)
-            m[i] = _mm256_maddubs_epi16(Load256<false>(s + 32 * i), weights);
-        // Sums of pixels [0-3, 8-11 | 4-7, 12-15] and [16-19, 24-27 | 20-23, 28-31].
-        const __m256i h01 =
-            _mm256_srli_epi16(_mm256_add_epi16(_mm256_hadd_epi16(m[0], m[1]), round), 7);
-        const __m256i h23 =
-            _mm256_srli_epi16(_mm256_add_epi16(_mm256_hadd_epi16(m[2], m[3]), round), 7);
-        const __m256i packed = _mm256_packus_epi16(h01, h23);
-        Store256<false>(y + x, _mm256_permutevar8x32_epi32(packed, order));
+        __m256i p[4];
+#pragma GCC unroll 8
+        for (int i = 0; i < 4; ++i) p[i] = Load256<false>(src + 4 * x + 32 * i);
+        Store256<false>(y + x, Luma32(p));
     }
     return x;
 }
@@ -172,35 +190,81 @@ inline __m256i HalvePixels256(__m256i p0, __m256i p1) {
     return _mm256_permute4x64_epi64(_mm256_avg_epu8(even, odd), _MM_SHUFFLE(3, 1, 2, 0));
 }
 
+// 16 chroma samples of 32 pixels whose rows are already averaged (four
+// vectors of eight).
+inline void Chroma16(const __m256i a[4], uint8_t* u, uint8_t* v) {
+    __m256i cu, cv;
+    Chroma14x16(SplitChannels(HalvePixels256(a[0], a[1]), HalvePixels256(a[2], a[3])), &cu, &cv);
+    // U [0-3, 8-11, V 0-3, 8-11 | U 4-7, 12-15, V 4-7, 12-15] as bytes.
+    const __m256i bytes = _mm256_xor_si256(_mm256_packs_epi16(cu, cv), _mm256_set1_epi8(-128));
+    const __m256i ordered =
+        _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+    Store<false>(u, _mm256_castsi256_si128(ordered));
+    Store<false>(v, _mm256_extracti128_si256(ordered, 1));
+}
+
+// Eight chroma samples of 16 pixels of averaged rows, 128-bit.
+inline void Chroma8(const __m128i a[4], uint8_t* u, uint8_t* v) {
+    __m128i cu, cv;
+    Chroma14(SplitChannels_sse2(HalvePixels(a[0], a[1]), HalvePixels(a[2], a[3])), &cu, &cv);
+    const __m128i bytes = OffsetBytes(cu, cv);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(u), bytes);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(v), _mm_unpackhi_epi64(bytes, bytes));
+}
+
 template <bool A>
 int Rgb32ToChroma420_avx2(const uint8_t* src0, const uint8_t* src1, uint8_t* u, uint8_t* v,
                           int width) {
-    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     int x = 0;
     for (; x + 32 <= width; x += 32) {
-        __m256i p[4];
+        __m256i a[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i)
-            p[i] = _mm256_avg_epu8(Load256<false>(src0 + 4 * x + 32 * i),
+            a[i] = _mm256_avg_epu8(Load256<false>(src0 + 4 * x + 32 * i),
                                    Load256<false>(src1 + 4 * x + 32 * i));
-        __m256i cu, cv;
-        Chroma14x16(SplitChannels(HalvePixels256(p[0], p[1]), HalvePixels256(p[2], p[3])), &cu,
-                    &cv);
-        // U [0-3, 8-11, V 0-3, 8-11 | U 4-7, 12-15, V 4-7, 12-15] as bytes.
-        const __m256i bytes = _mm256_xor_si256(_mm256_packs_epi16(cu, cv), _mm256_set1_epi8(-128));
-        const __m256i ordered = _mm256_permutevar8x32_epi32(bytes, order);
-        Store<false>(u + x / 2, _mm256_castsi256_si128(ordered));
-        Store<false>(v + x / 2, _mm256_extracti128_si256(ordered, 1));
+        Chroma16(a, u + x / 2, v + x / 2);
     }
     if (x + 16 <= width) {
-        __m128i q[4];
+        __m128i a[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i)
-            q[i] = _mm_avg_epu8(Load<false>(src0 + 4 * x + 16 * i),
+            a[i] = _mm_avg_epu8(Load<false>(src0 + 4 * x + 16 * i),
                                 Load<false>(src1 + 4 * x + 16 * i));
-        __m128i cu, cv;
-        Chroma14(SplitChannels_sse2(HalvePixels(q[0], q[1]), HalvePixels(q[2], q[3])), &cu, &cv);
-        const __m128i bytes = OffsetBytes(cu, cv);
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(u + x / 2), bytes);
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(v + x / 2), _mm_unpackhi_epi64(bytes, bytes));
+        Chroma8(a, u + x / 2, v + x / 2);
+        x += 16;
+    }
+    return x;
+}
+
+// Both luma rows and the chroma of a row pair, each pixel loaded once; the
+// last whole 16-pixel block, if any, in 128-bit form.
+template <bool A>
+int Rgb32ToYuv420_avx2(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
+                       uint8_t* u, uint8_t* v, int width) {
+    int x = 0;
+    for (; x + 32 <= width; x += 32) {
+        __m256i p0[4], p1[4], a[4];
+#pragma GCC unroll 8
+        for (int i = 0; i < 4; ++i) {
+            p0[i] = Load256<false>(src0 + 4 * x + 32 * i);
+            p1[i] = Load256<false>(src1 + 4 * x + 32 * i);
+            a[i] = _mm256_avg_epu8(p0[i], p1[i]);
+        }
+        Store256<false>(y0 + x, Luma32(p0));
+        Store256<false>(y1 + x, Luma32(p1));
+        Chroma16(a, u + x / 2, v + x / 2);
+    }
+    if (x + 16 <= width) {
+        __m128i q0[4], q1[4], a[4];
+#pragma GCC unroll 8
+        for (int i = 0; i < 4; ++i) {
+            q0[i] = Load<false>(src0 + 4 * x + 16 * i);
+            q1[i] = Load<false>(src1 + 4 * x + 16 * i);
+            a[i] = _mm_avg_epu8(q0[i], q1[i]);
+        }
+        Store<false>(y0 + x, Luma16(q0));
+        Store<false>(y1 + x, Luma16(q1));
+        Chroma8(a, u + x / 2, v + x / 2);
         x += 16;
     }
     return x;
@@ -219,6 +283,9 @@ void InstallRgbRowsAvx2(RgbRowKernels* k) {
                                                     Rgb32ToLuma_c>;
     k->rgb32ToChroma420 = Row<void(const uint8_t*, const uint8_t*, uint8_t*, uint8_t*)>::Vector<
         Rgb32ToChroma420_avx2<true>, Rgb32ToChroma420_avx2<false>, Rgb32ToChroma420_c>;
+    k->rgb32ToYuv420 =
+        Row<void(const uint8_t*, const uint8_t*, uint8_t*, uint8_t*, uint8_t*, uint8_t*)>::Vector<
+            Rgb32ToYuv420_avx2<true>, Rgb32ToYuv420_avx2<false>, Rgb32ToYuv420_c>;
 }
 
 }  // namespace ncb::video

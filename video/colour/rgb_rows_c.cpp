@@ -105,6 +105,13 @@ void Rgb32ToChroma444_c(const uint8_t* src, uint8_t* u, uint8_t* v, int x0, int 
     for (int x = x0; x < width; ++x) Chroma14(PixelAt(src, x), u + x, v + x);
 }
 
+void Rgb32ToYuv420_c(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1, uint8_t* u,
+                     uint8_t* v, int x0, int width) {
+    Rgb32ToLuma_c(src0, y0, x0, width);
+    Rgb32ToLuma_c(src1, y1, x0, width);
+    Rgb32ToChroma420_c(src0, src1, u, v, x0, width);
+}
+
 void InstallRgbRowsScalar(RgbRowKernels* k) {
     using ToRgb = Row<void(const uint8_t*, const uint8_t*, const uint8_t*, uint8_t*, uint8_t)>;
     using ToLuma = Row<void(const uint8_t*, uint8_t*)>;
@@ -117,6 +124,7 @@ void InstallRgbRowsScalar(RgbRowKernels* k) {
         Row<void(const uint8_t*, const uint8_t*, uint8_t*, uint8_t*)>::Scalar<Rgb32ToChroma420_c>;
     k->rgb32ToChroma422 = ToChroma::Scalar<Rgb32ToChroma422_c>;
     k->rgb32ToChroma444 = ToChroma::Scalar<Rgb32ToChroma444_c>;
+    k->rgb32ToYuv420 = nullptr;
 }
 
 const RgbRowKernels& GetRgbRowKernels(KernelSet set) {

@@ -86,6 +86,7 @@ int Rgb32ToChroma420_sse2(const uint8_t* src0, const uint8_t* src1, uint8_t* u, 
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i)
             p[i] = _mm_avg_epu8(Load<A>(src0 + 4 * x + 16 * i), Load<A>(src1 + 4 * x + 16 * i));
         StoreChroma8(HalvePixels(p[0], p[1]), HalvePixels(p[2], p[3]), u + x / 2, v + x / 2);
@@ -98,6 +99,7 @@ int Rgb32ToChroma422_sse2(const uint8_t* src, uint8_t* u, uint8_t* v, int width)
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) p[i] = Load<A>(src + 4 * x + 16 * i);
         StoreChroma8(HalvePixels(p[0], p[1]), HalvePixels(p[2], p[3]), u + x / 2, v + x / 2);
     }

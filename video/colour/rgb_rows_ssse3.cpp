@@ -33,6 +33,7 @@ int Rgb32ToLuma_ssse3(const uint8_t* src, uint8_t* y, int width) {
     for (; x + 16 <= width; x += 16) {
         const uint8_t* s = src + 4 * x;
         __m128i m[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) m[i] = _mm_maddubs_epi16(Load<A>(s + 16 * i), weights);
         const __m128i lo = _mm_srli_epi16(_mm_add_epi16(_mm_hadd_epi16(m[0], m[1]), round), 7);
         const __m128i hi = _mm_srli_epi16(_mm_add_epi16(_mm_hadd_epi16(m[2], m[3]), round), 7);
@@ -67,6 +68,7 @@ int Rgb32ToChroma420_ssse3(const uint8_t* src0, const uint8_t* src1, uint8_t* u,
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i)
             p[i] = _mm_avg_epu8(Load<A>(src0 + 4 * x + 16 * i), Load<A>(src1 + 4 * x + 16 * i));
         StoreChroma8(HalvePixels(p[0], p[1]), HalvePixels(p[2], p[3]), u + x / 2, v + x / 2);
@@ -79,6 +81,7 @@ int Rgb32ToChroma422_ssse3(const uint8_t* src, uint8_t* u, uint8_t* v, int width
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) p[i] = Load<A>(src + 4 * x + 16 * i);
         StoreChroma8(HalvePixels(p[0], p[1]), HalvePixels(p[2], p[3]), u + x / 2, v + x / 2);
     }

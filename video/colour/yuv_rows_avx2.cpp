@@ -62,6 +62,7 @@ int UnpackChroma_avx2(const uint8_t* src0, const uint8_t* src1, uint8_t* u, uint
     int x = 0;
     for (; x + 64 <= width; x += 64) {
         __m256i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) {
             p[i] = Load256<false>(src0 + 2 * x + 32 * i);
             if (kTwoRows) p[i] = _mm256_avg_epu8(p[i], Load256<false>(src1 + 2 * x + 32 * i));

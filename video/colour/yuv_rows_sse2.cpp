@@ -129,6 +129,7 @@ int Pack422_sse2(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* 
         const __m128i cu = Load<A>(u + x / 2);
         const __m128i cv = Load<A>(v + x / 2);
         const __m128i uv[2] = {_mm_unpacklo_epi8(cu, cv), _mm_unpackhi_epi8(cu, cv)};
+#pragma GCC unroll 8
         for (int half = 0; half < 2; ++half) {
             const __m128i luma = Load<A>(y + x + 16 * half);
             const __m128i lo = kChromaFirst ? _mm_unpacklo_epi8(uv[half], luma)
@@ -194,6 +195,7 @@ int UnpackChroma_sse2(const uint8_t* src0, const uint8_t* src1, uint8_t* u, uint
     int x = 0;
     for (; x + 32 <= width; x += 32) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) {
             p[i] = Load<A>(src0 + 2 * x + 16 * i);
             if (kTwoRows) p[i] = _mm_avg_epu8(p[i], Load<A>(src1 + 2 * x + 16 * i));
@@ -239,6 +241,7 @@ int PackAyuv_sse2(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t*
         const __m128i cv = Load<A>(v + x);
         const __m128i vu[2] = {_mm_unpacklo_epi8(cv, cu), _mm_unpackhi_epi8(cv, cu)};
         const __m128i ya[2] = {_mm_unpacklo_epi8(cy, a), _mm_unpackhi_epi8(cy, a)};
+#pragma GCC unroll 8
         for (int half = 0; half < 2; ++half) {
             Store<A>(dst + 4 * x + 32 * half, _mm_unpacklo_epi16(vu[half], ya[half]));
             Store<A>(dst + 4 * x + 32 * half + 16, _mm_unpackhi_epi16(vu[half], ya[half]));
@@ -253,9 +256,11 @@ int UnpackAyuv_sse2(const uint8_t* src, uint8_t* y, uint8_t* u, uint8_t* v, int 
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) p[i] = Load<A>(src + 4 * x + 16 * i);
         auto channel = [&](int shift) {
             __m128i w[4];
+#pragma GCC unroll 8
             for (int i = 0; i < 4; ++i)
                 w[i] = _mm_and_si128(_mm_srl_epi32(p[i], _mm_cvtsi32_si128(shift)), low);
             return _mm_packus_epi16(_mm_packs_epi32(w[0], w[1]), _mm_packs_epi32(w[2], w[3]));

@@ -61,6 +61,7 @@ int UnpackChroma_ssse3(const uint8_t* src0, const uint8_t* src1, uint8_t* u, uin
     int x = 0;
     for (; x + 32 <= width; x += 32) {
         __m128i c[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) {
             __m128i p = Load<A>(src0 + 2 * x + 16 * i);
             if (kTwoRows) p = _mm_avg_epu8(p, Load<A>(src1 + 2 * x + 16 * i));
@@ -103,6 +104,7 @@ int UnpackAyuv_ssse3(const uint8_t* src, uint8_t* y, uint8_t* u, uint8_t* v, int
     int x = 0;
     for (; x + 16 <= width; x += 16) {
         __m128i p[4];
+#pragma GCC unroll 8
         for (int i = 0; i < 4; ++i) p[i] = _mm_shuffle_epi8(Load<A>(src + 4 * x + 16 * i), shuffle);
         // Transpose the 4 x 4 dword matrix: rows become V, U, Y, A.
         const __m128i t0 = _mm_unpacklo_epi32(p[0], p[1]);  // V0 V1 U0 U1

@@ -35,6 +35,7 @@ inline void Store8(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__
 
 void Transpose8x8(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdiff_t dstPitch) {
     __m128i r[8];
+#pragma GCC unroll 8
     for (int i = 0; i < 8; ++i) r[i] = Load8(src + i * srcPitch);
     const __m128i a0 = _mm_unpacklo_epi8(r[0], r[1]);
     const __m128i a1 = _mm_unpacklo_epi8(r[2], r[3]);
@@ -46,6 +47,7 @@ void Transpose8x8(const uint8_t* src, ptrdiff_t srcPitch, uint8_t* dst, ptrdiff_
     const __m128i b3 = _mm_unpackhi_epi16(a2, a3);
     const __m128i c[4] = {_mm_unpacklo_epi32(b0, b2), _mm_unpackhi_epi32(b0, b2),
                           _mm_unpacklo_epi32(b1, b3), _mm_unpackhi_epi32(b1, b3)};
+#pragma GCC unroll 8
     for (int i = 0; i < 4; ++i) {
         Store8(dst + (2 * i) * dstPitch, c[i]);
         Store8(dst + (2 * i + 1) * dstPitch, _mm_unpackhi_epi64(c[i], c[i]));
