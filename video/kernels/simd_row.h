@@ -9,7 +9,8 @@
 // are), runs it, and hands the rest of the row to the twin. Because the twin
 // sees the whole row width, rules that depend on a pixel's place in the row
 // (some conversions treat the end of a row differently) live in the twin and
-// hold for every level.
+// hold for every level. No kernel reads or writes past the samples its width
+// covers, so rows may end where their buffer ends.
 //
 // Everything here has internal linkage: each kernel file is compiled with its
 // own instruction-set flags, and a shared inline copy built with AVX2 must
