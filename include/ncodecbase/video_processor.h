@@ -135,7 +135,9 @@ class NCB_API CNVideoProcessor {
                                int nRows, int nSourcePitch, int nDestinationPitch, int nLevel);
     // Same-layout copies of every plane (YUV codes 1-4, 6, 8-16; RGB codes
     // 257-260), with each descriptor's padding, rectangle and bottom-up rows.
-    // uFlip 1 writes the destination bottom-up.
+    // Input and output codes must match, except that the 4:2:0 planar codes
+    // 2, 6 and 8 copy into one another plane for plane. uFlip 1 writes the
+    // destination bottom-up.
     static int DirectCopyYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
                              VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
                              unsigned int uFlip, int nUseRect, int nLevel);
@@ -145,7 +147,8 @@ class NCB_API CNVideoProcessor {
     // Rotation 0: 90 degrees clockwise, 1: 180 degrees, 2: 90 degrees
     // counter-clockwise; 0 and 2 exchange width and height, and the output
     // descriptor must describe the turned size. Returns 0 for any other
-    // rotation. RotateRGB: code 260; RotateYUV: codes 1, 2, 4, 6, 8, 14.
+    // rotation. RotateRGB: code 260; RotateYUV: codes 1, 2, 4, 6, 8, 14, the
+    // output of the same code (or another 4:2:0 planar code).
     static int RotateRGB(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
                          VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
                          int nRotation, int nUseRect, int nLevel);
