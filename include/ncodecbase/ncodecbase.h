@@ -20,6 +20,9 @@
 #include "ncodecbase/write_bit_stream.h"
 #include "ncodecbase/write_byte_stream.h"
 
+// Video processing.
+#include "ncodecbase/video_processor.h"
+
 // Audio processing.
 #include "ncodecbase/audio_processor.h"
 #include "ncodecbase/audio_speaker_convert.h"
