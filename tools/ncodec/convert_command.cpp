@@ -38,8 +38,10 @@ bool Parse(const Args& args, ConvertOptions* o) {
         }
     }
     if (files.size() != 2) {
-        std::fprintf(stderr, "usage: ncodec convert [--alpha | --no-alpha] [--via LAYOUT] IN OUT\n"
-                             "layouts: %s\n", LayoutNames().c_str());
+        std::fprintf(stderr,
+                     "usage: ncodec convert [--alpha | --no-alpha] [--via LAYOUT] IN OUT\n"
+                     "layouts: %s\n",
+                     LayoutNames().c_str());
         return false;
     }
     o->in = files[0];
