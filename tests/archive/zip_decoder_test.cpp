@@ -8,6 +8,7 @@
 #include "ncodecbase/zip_decoder.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <map>
@@ -33,8 +34,11 @@ struct SourceFile {
 // Sources and archives, made once for the whole suite.
 class ZipOracle : public ::testing::Test {
   public:
+    static void TearDownTestSuite() { fs::remove_all(dir_); }
     static void SetUpTestSuite() {
-        dir_ = std::string(NCB_BINARY_DIR) + "/test-scratch/ZipOracle";
+        // ctest runs each test in its own process, several at once: every
+        // process makes its own archives.
+        dir_ = std::string(NCB_BINARY_DIR) + "/test-scratch/ZipOracle-" + std::to_string(getpid());
         fs::remove_all(dir_);
         fs::create_directories(dir_ + "/src");
         sources_ = {{"empty.txt", {}},
