@@ -37,6 +37,7 @@
 #include <locale.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -106,7 +107,11 @@ std::vector<std::string> FindVolumes(const std::string& first) {
     const std::string number = first.substr(digits, dot - digits);
     if (std::stoul(number) != 1) return volumes;
     for (unsigned long n = 2; n < 100000; ++n) {
-        std::string text = std::to_string(n);
+        // snprintf, not std::to_string: the latter drags a libstdc++ table
+        // with default visibility into our exported symbols.
+        char digitsText[16];
+        std::snprintf(digitsText, sizeof(digitsText), "%lu", n);
+        std::string text = digitsText;
         if (text.size() < number.size()) text.insert(0, number.size() - text.size(), '0');
         std::string next = first.substr(0, digits) + text + first.substr(dot);
         struct stat st;
