@@ -4,9 +4,9 @@
 // Input arrives through a source in pieces of at most 32 768 bytes (the
 // source decrypts when the entry is encrypted); output leaves through a sink
 // from a 64 KiB window, 32 768 bytes at a time, with the CRC-32 of everything
-// written. Bits are read with CNReadBitStream in plain mode with every byte
-// bit-reversed, codes with its Huffman look-ups over tables from
-// CNZipDecoder::CreateHuffmanTable.
+// written. Bits come from CNReadBitStream in plain mode with every byte
+// bit-reversed; codes are looked up in tables of its Huffman format, built
+// by CNZipDecoder::CreateHuffmanTable.
 //
 // Limits: nothing past the uncompressed size is ever written; a stream that
 // would produce more, or ends (final block) before producing that many bytes,
