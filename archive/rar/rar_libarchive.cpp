@@ -38,6 +38,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -105,7 +106,7 @@ std::vector<std::string> FindVolumes(const std::string& first) {
         first.compare(digits - 5, 5, ".part") != 0)
         return volumes;
     const std::string number = first.substr(digits, dot - digits);
-    if (std::stoul(number) != 1) return volumes;
+    if (std::strtoul(number.c_str(), nullptr, 10) != 1) return volumes;
     for (unsigned long n = 2; n < 100000; ++n) {
         // snprintf, not std::to_string: the latter drags a libstdc++ table
         // with default visibility into our exported symbols.
