@@ -3,8 +3,8 @@
 #pragma once
 
 #include "ncodecbase/export.h"
-#include "ncodecbase/win_types.h"
 #include "ncodecbase/host_events.h"
+#include "ncodecbase/win_types.h"
 
 // Base services, buffers and descriptors, CPU helper.
 #include "ncodecbase/base_services.h"

@@ -146,8 +146,8 @@ class NCB_API CNReadBitStream {
                            const signed char* table, int* length) {
         return HuffmanOnceTry(peekBits, dataShift, lenMask, table, length);
     }
-    int GetHuffman16OnceTry(int peekBits, int /*invalidValue*/, int dataShift, unsigned short lenMask,
-                            const short* table, int* length) {
+    int GetHuffman16OnceTry(int peekBits, int /*invalidValue*/, int dataShift,
+                            unsigned short lenMask, const short* table, int* length) {
         return HuffmanOnceTry(peekBits, dataShift, lenMask, table, length);
     }
     int GetHuffman32OnceTry(int peekBits, int /*invalidValue*/, int dataShift, unsigned int lenMask,

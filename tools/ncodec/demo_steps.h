@@ -10,6 +10,6 @@ bool DemoBuffers(const DemoContext& context, std::string* error);  // buffers.tx
 bool DemoFormats(const DemoContext& context, std::string* error);  // formats.txt
 bool DemoAudio(const DemoContext& context, std::string* error);    // audio.txt, audio_sweep*.wav
 bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
-bool DemoColour(const DemoContext& context, std::string* error);  // colour.txt, colour_strip.png
+bool DemoColour(const DemoContext& context, std::string* error);   // colour.txt, colour_strip.png
 
 }  // namespace ncodec
