@@ -20,6 +20,9 @@
 #include "ncodecbase/write_bit_stream.h"
 #include "ncodecbase/write_byte_stream.h"
 
+// Image codecs.
+#include "ncodecbase/png_codec.h"
+
 // Video processing.
 #include "ncodecbase/video_processor.h"
 
@@ -29,3 +32,7 @@
 
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"
+
+// Archive readers.
+#include "ncodecbase/rar_decoder.h"
+#include "ncodecbase/zip_decoder.h"
