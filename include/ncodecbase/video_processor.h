@@ -162,6 +162,22 @@ class NCB_API CNVideoProcessor {
     static int DeInterlacedYUV(CNCodecBuffer* pInput, CNCodecBuffer* pOutput,
                                VideoFormatInfoTag* pInputFormat, VideoFormatInfoTag* pOutputFormat,
                                int nUseRect, int nLevel);
+
+    // ------------------------------------------------------------------
+    // Resize
+    // ------------------------------------------------------------------
+
+    // ------------------------------------------------------------------
+    // Compositing
+    // ------------------------------------------------------------------
+
+    // ------------------------------------------------------------------
+    // Colour quantisation
+    // ------------------------------------------------------------------
+
+    // ------------------------------------------------------------------
+    // Scene detection
+    // ------------------------------------------------------------------
 };
 
 static_assert(sizeof(CNVideoProcessor::ConvertConfigTag) == 44);
