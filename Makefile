@@ -23,6 +23,10 @@ asan-check: deps
 	cmake --build --preset asan
 	ctest --preset asan
 
+# Every fuzz target gets a short run over its seed corpus (CI uses 10 s each).
+fuzz-smoke: deps
+	scripts/fuzz-run $(or $(FUZZ_SECONDS),10)
+
 tsan-check: deps
 	cmake --preset tsan
 	cmake --build --preset tsan
