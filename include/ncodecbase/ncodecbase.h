@@ -30,6 +30,9 @@
 #include "ncodecbase/audio_processor.h"
 #include "ncodecbase/audio_speaker_convert.h"
 
+// Audio output.
+#include "ncodecbase/audio_render.h"
+
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"
 
