@@ -167,6 +167,66 @@ class NCB_API CNVideoProcessor {
     // Resize
     // ------------------------------------------------------------------
 
+    // A separable polyphase scaler whose tap count grows with the shrink
+    // factor (2 taps when enlarging, 4 to 12 when shrinking). ResizeInit
+    // computes every position, weight and edge decision once into the
+    // caller's work buffer (a 112-byte header of 28 words, then the command
+    // lists, tables and intermediate rows, each at a multiple of 16 bytes);
+    // the frame calls only run those tables, at the level fixed by
+    // ResizeInit. A changed size or pitch needs a new ResizeInit.
+    //
+    // nLayout: 260 (RGB32) or a generic YUV code; 2, 3 and 4 get chroma
+    // tables for their chroma size, any other value the luma tables only.
+    // Pitches are in bytes and may be negative (rows walked upward). Returns
+    // 0 for sizes outside 1..65536, a null work buffer, offsets beyond 32
+    // bits, or when memory runs out (the work buffer then keeps what
+    // Allocate left). An odd RGB32 destination width is computed for the
+    // width rounded up to even and the extra pixel is never stored. A level
+    // outside 0..2 is stored as given and makes the frame calls do nothing.
+    // A work buffer serves one caller at a time.
+    static int ResizeInit(int nLayout, int nLevel, int nSrcWidth, int nSrcHeight, int nSrcPitch,
+                          int nSrcChromaPitch, int nDstWidth, int nDstHeight, int nDstPitch,
+                          int nDstChromaPitch, CNCodecBuffer* pWork);
+    // The tables of one plane (RGB32 pixels, or one byte per sample) into
+    // three owned buffers: command list, horizontal table, vertical weight
+    // rows. Out-pointers (each may be null): intermediate row bytes,
+    // intermediate rows, store mask of the last pixel pair (bytes kept),
+    // destination pixels the tables compute, vertical commands. 1 or 0.
+    static int ResizeCreateTable_RGB32(int nSrcWidth, int nSrcHeight, int nSrcPitch,
+                                       int nDstWidth, int nDstHeight, int nDstPitch,
+                                       CNCodecBuffer* pCommand, CNCodecBuffer* pHorizontal,
+                                       CNCodecBuffer* pVertical, int* pnRowBytes,
+                                       unsigned int* puRows, uint64_t* puStoreMask,
+                                       int* pnTableWidth, int* pnVerticalCommands);
+    static int ResizeCreateTable_YUV(int nSrcWidth, int nSrcHeight, int nSrcPitch, int nDstWidth,
+                                     int nDstHeight, int nDstPitch, CNCodecBuffer* pCommand,
+                                     CNCodecBuffer* pHorizontal, CNCodecBuffer* pVertical,
+                                     int* pnRowBytes, unsigned int* puRows,
+                                     uint64_t* puStoreMask, int* pnTableWidth,
+                                     int* pnVerticalCommands);
+    // The filter kernel: weight (32768 = 1.0, at most 32767) of a tap at
+    // uDistance source pixels (15 fraction bits) for a filter of nTaps taps.
+    static unsigned int ResizeGetPixelWeight(int nTaps, unsigned int uDistance);
+    // One frame: pointers at the first sample of the area to scale; pitches
+    // come from the work buffer. 0 when the work buffer is empty or was set
+    // up for another layout (ResizeYUVMono takes any YUV work buffer and
+    // scales its luma plane), else 1.
+    static int ResizeRGB32(unsigned char* pSource, unsigned char* pDestination,
+                           CNCodecBuffer* pWork);
+    static int ResizeYUV420(unsigned char* pSrcY, unsigned char* pSrcU, unsigned char* pSrcV,
+                            unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
+                            CNCodecBuffer* pWork);
+    static int ResizeYUV422(unsigned char* pSrcY, unsigned char* pSrcU, unsigned char* pSrcV,
+                            unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
+                            CNCodecBuffer* pWork);
+    static int ResizeYUV444(unsigned char* pSrcY, unsigned char* pSrcU, unsigned char* pSrcV,
+                            unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
+                            CNCodecBuffer* pWork);
+    static int ResizeYUVMono(unsigned char* pSource, unsigned char* pDestination,
+                             CNCodecBuffer* pWork);
+    // Releases the work buffer's memory. 0 for a null buffer.
+    static int ResizeUninit(CNCodecBuffer* pWork);
+
     // ------------------------------------------------------------------
     // Compositing
     // ------------------------------------------------------------------
