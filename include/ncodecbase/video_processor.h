@@ -238,6 +238,49 @@ class NCB_API CNVideoProcessor {
     // ------------------------------------------------------------------
     // Scene detection
     // ------------------------------------------------------------------
+
+    // Decides frame by frame whether a frame starts a new scene, from the
+    // luma plane only: 20 blocks are matched against the previous frame by
+    // block motion search, and optional stages refine the verdict. The state
+    // lives in the caller's work buffer (an owned CNCodecBuffer): Init fills
+    // it, SceneDetect takes it back for every frame of one stream, Reset
+    // starts a new stream, Uninit frees it. One work buffer serves one stream
+    // on one thread at a time; the detector keeps one reference to the
+    // previous frame until the next frame, Reset or Uninit.
+
+    // Option bits of SceneDetectInit.
+    static constexpr unsigned int SCENE_DETECT_SSSE3 = 0x02;  // SSSE3 kernels where present
+    static constexpr unsigned int SCENE_DETECT_SSE41 = 0x04;  // SSE4.1 kernels (before 0x02)
+    // Blocks start on 16-byte boundaries; ignored for rectangles below 97 x 97
+    // or luma pitches that are not multiples of 16.
+    static constexpr unsigned int SCENE_DETECT_ALIGN = 0x08;
+    static constexpr unsigned int SCENE_DETECT_WEIGHTED = 0x10;   // weighted-prediction test
+    static constexpr unsigned int SCENE_DETECT_CONTEXT = 0x20;    // thresholds follow the stream
+    static constexpr unsigned int SCENE_DETECT_HISTOGRAM = 0x40;  // luma histogram comparison
+    // The inter-field test, on the current frame or (with 0x80) the previous one.
+    static constexpr unsigned int SCENE_DETECT_DISSOLVE = 0x100;
+    static constexpr unsigned int SCENE_DETECT_DISSOLVE_PREVIOUS = 0x80;
+
+    // Builds the state for pictures described by pFormat (its luma plane:
+    // rectangle, padding, pitch; codes 1-9). A rectangle below 64 pixels in
+    // either direction, or a layout without a byte luma plane, gives a
+    // disabled detector that reports 0 for every frame. 0 when the processor
+    // lacks SSE2 or the state cannot be allocated; a work buffer that held a
+    // detector releases its previous frame first.
+    static int SceneDetectInit(VideoFormatInfoTag* pFormat, unsigned int uOptions,
+                               CNCodecBuffer* pWork);
+    // Analyses the next frame (of the geometry given to Init): *pResult is 0
+    // (no cut) or the confidence of a cut, 75 to 100. The first frame after
+    // Init or Reset only becomes the previous frame. Returns 1; 0 with
+    // nothing changed (previous frame, histories) when a stage cannot
+    // allocate, when pWork holds no detector, pResult is null, or the frame
+    // is null or smaller than the rectangle's bytes.
+    static int SceneDetect(CNCodecBuffer* pFrame, int* pResult, CNCodecBuffer* pWork);
+    // Forgets the previous frame, the frame counter, the histories and the
+    // stored histogram. 0 when pWork holds no detector.
+    static int SceneDetectReset(CNCodecBuffer* pWork);
+    // Releases the previous frame and the state memory. Always 1.
+    static int SceneDetectUninit(CNCodecBuffer* pWork);
 };
 
 static_assert(sizeof(CNVideoProcessor::ConvertConfigTag) == 44);
