@@ -235,6 +235,27 @@ class NCB_API CNVideoProcessor {
     // Colour quantisation
     // ------------------------------------------------------------------
 
+    // Reduces an RGB32 picture (bytes B, G, R, A; alpha ignored) to at most
+    // 256 colours with an octree built in one pass, and writes one palette
+    // index per pixel (nWidth bytes per row, nIndexPitch apart; with nFlip
+    // non-zero source row 0 goes to the last index row). pPalette receives
+    // *pColorCount entries of 4 bytes B, G, R, 0 (room for 256 is needed).
+    // Work memory: about 200 KiB plus 2 bytes per pixel. Returns 1, or 0
+    // with nothing written when a size is below 1, a pointer is null or the
+    // work memory cannot be allocated. Re-entrant.
+    static int ColorQuantToIndex256(int nWidth, int nHeight, unsigned char* pSource,
+                                    unsigned char* pIndices, int nSourcePitch, int nIndexPitch,
+                                    unsigned char* pPalette, int* pColorCount, int nFlip);
+
+    // Octree keys: bit i of a channel value moves to key bit 4i + 2 (red),
+    // 4i + 1 (green) or 4i (blue); a colour's key is the sum of its three
+    // entries, and its top nibble picks the child at the root. Level k's
+    // mask keeps the nibbles of levels 0..k.
+    static const unsigned int s_uOctTreeRedMask[256];
+    static const unsigned int s_uOctTreeGreenMask[256];
+    static const unsigned int s_uOctTreeBlueMask[256];
+    static const unsigned int s_uOctTreeLevelMask[8];
+
     // ------------------------------------------------------------------
     // Scene detection
     // ------------------------------------------------------------------
