@@ -160,7 +160,10 @@ int CNAudioRender::EndpointVolume(int device, int* volume, int* balance, int set
     for (int i = 0; i < count; ++i) {
         nplat::WCHAR id[512];
         if (!nplat::GetEndpointId(i, id, 512) || !ContainsNoCase(id, guid, 4096)) continue;
-        if (set) return SUCCEEDED(nplat::SetEndpointMasterVolume(i, *volume * 0.01f)) ? 1 : 0;
+        if (set)
+            return SUCCEEDED(nplat::SetEndpointMasterVolume(i, static_cast<float>(*volume * 0.01)))
+                       ? 1
+                       : 0;
         float level;
         if (FAILED(nplat::GetEndpointMasterVolume(i, &level))) return 0;
         *volume = static_cast<int>(level * 100);
