@@ -21,6 +21,7 @@
 #include "ncodecbase/write_byte_stream.h"
 
 // Image codecs.
+#include "ncodecbase/gif_codec.h"
 #include "ncodecbase/jpeg_codec.h"
 #include "ncodecbase/png_codec.h"
 
