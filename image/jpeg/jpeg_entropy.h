@@ -5,8 +5,8 @@
 // symbol. This source reads the same bit sequence (stuffed FF 00 gives FF,
 // segments follow each other as one chain, byte alignment drops the bits
 // left in the current byte) from a 64-bit buffer refilled eight bytes at a
-// time when no FF is among them, and decodes most symbols with one 9-bit
-// look-up; AC symbols whose code and value bits fit those 9 bits come out
+// time when no FF is among them, and decodes most symbols with one 10-bit
+// look-up; AC symbols whose code and value bits fit those 10 bits come out
 // decoded, value and all. Symbols are those of the canonical codes the
 // cache records describe, so both readers agree on every valid stream (the
 // tests decode blocks with both).
@@ -26,7 +26,7 @@ struct Segment {
     int size;
 };
 
-inline constexpr int kLookBits = 9;
+inline constexpr int kLookBits = 10;
 
 struct FastHuffman {
     // (length << 8) | symbol for codes of up to kLookBits bits; 0 otherwise.

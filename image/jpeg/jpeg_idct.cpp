@@ -104,7 +104,7 @@ void ReconstructBlock_c(int16_t* block, const uint16_t* quant, uint8_t* dst, ptr
 const IdctKernels& IdctKernelsFor(KernelSet set) {
     static const std::array<IdctKernels, ncb::video::kKernelSetCount> tables =
         ncb::video::BuildKernelTables<IdctKernels>(
-            InstallScalar, {InstallIdctSse2, nullptr, InstallIdctSse41, nullptr});
+            InstallScalar, {InstallIdctSse2, nullptr, InstallIdctSse41, InstallIdctAvx2});
     return tables[static_cast<int>(set)];
 }
 

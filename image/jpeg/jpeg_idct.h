@@ -35,5 +35,6 @@ void ReconstructBlock_c(int16_t* block, const uint16_t* quant, uint8_t* dst, ptr
 
 void InstallIdctSse2(IdctKernels* k);
 void InstallIdctSse41(IdctKernels* k);
+void InstallIdctAvx2(IdctKernels* k);
 
 }  // namespace ncb::jpeg

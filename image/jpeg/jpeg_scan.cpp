@@ -17,7 +17,7 @@ namespace {
 
 const uint8_t* ZigZag() { return CNJpegCodec::s_uJpegZigZagReserveScanTable.data(); }
 
-int DecodeDcDiff(BitSource& bs, const FastHuffman& dc) {
+inline __attribute__((always_inline)) int DecodeDcDiff(BitSource& bs, const FastHuffman& dc) {
     bs.Fill();
     const int s = DecodeSymbol(bs, dc);
     if (s == 0) return 0;

@@ -1,0 +1,44 @@
+// The entropy-coded part of a baseline JPEG: MCUs in raster order, each
+// block transformed, quantised and Huffman-coded into a JPEG-mode bit writer.
+//
+// The caller (CNJpegCodec::Encode) has checked the picture and located its
+// planes; nothing here validates or allocates.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/jpeg/jpeg_fdct.h"
+
+class CNWriteBitStream;
+
+namespace ncb::jpeg {
+
+struct EncodeComponent {
+    const uint8_t* plane = nullptr;  // the sample at (0, 0)
+    ptrdiff_t pitch = 0;
+    const int16_t* recip = nullptr;     // 64 quantisation reciprocals, transposed
+    const uint16_t* dcCodes = nullptr;  // 12 entries (code << 4) | (length - 1)
+    const uint32_t* acCodes = nullptr;  // 162 entries, EOB at 160, ZRL at 161
+};
+
+struct EncodeScan {
+    int mcuColumns = 0;
+    int mcuRows = 0;
+    int lumaBlocksX = 1;  // luma blocks per MCU across (1 or 2) and down (1 or 2)
+    int lumaBlocksY = 1;
+    int components = 1;  // 1 (grey) or 3
+    EncodeComponent component[3];
+    ForwardQuantFn forwardQuant = nullptr;
+};
+
+// Writes every block of the scan; stops early once the writer reports an
+// error (out of room). The DC predictors start at 0.
+void EncodeScanData(const EncodeScan& scan, CNWriteBitStream* bits);
+
+// Huffman-codes one quantised block (transposed order) whose DC predictor
+// is *predictor; `zeros` is how many of the 64 coefficients are zero.
+void EncodeOneCoeffMatrix(const int16_t* block, int zeros, const EncodeComponent& component,
+                          int16_t* predictor, CNWriteBitStream* bits);
+
+}  // namespace ncb::jpeg

@@ -1,0 +1,45 @@
+// Forward transform and quantisation for the JPEG encoder, with one kernel
+// table per processor level (the video/kernels pattern).
+//
+// Arithmetic every kernel reproduces bit for bit (the scalar twin spells it
+// out): the integer Loeffler-Ligtenberg-Moschytz transform with 13-bit
+// constants, first down each column (results kept two bits up, odd and
+// rotated terms rounded at 11 bits), then along each row (even terms rounded
+// at 5 bits, the others at 18), which leaves coefficients at the scale of
+// the orthonormal DCT (DC = 8 x mean). The DC loses 1024 (128 x 8), the
+// level shift. Each coefficient c is then quantised with its reciprocal r in
+// 16-bit lanes: ((((c << 3) * r) >> 16) + 4) >> 3, the product's high half,
+// arithmetic shifts. Doing the columns first makes the row pass produce the
+// block already transposed, the order the decoder and the tables use.
+//
+// Not here: the zig-zag walk and the Huffman codes (jpeg_encoder.cpp).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "video/kernels/kernel_set.h"
+
+namespace ncb::jpeg {
+
+using ncb::video::KernelSet;
+
+// src: 8 rows of 8 pixels, `pitch` apart (no alignment needed); recip: 64
+// reciprocals 65536 / q in transposed order; out: 64 quantised coefficients
+// in transposed order (coefficient of vertical frequency v and horizontal
+// frequency u at 8u + v). Reads exactly those 64 pixels. Returns how many of
+// the 64 outputs are zero.
+using ForwardQuantFn = int (*)(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
+                               int16_t* out);
+
+struct FdctKernels {
+    ForwardQuantFn forwardQuant;
+};
+
+const FdctKernels& FdctKernelsFor(KernelSet set);
+
+int ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out);
+
+void InstallFdctSse2(FdctKernels* k);
+
+}  // namespace ncb::jpeg
