@@ -231,6 +231,110 @@ class NCB_API CNVideoProcessor {
     // Compositing
     // ------------------------------------------------------------------
 
+    // Putting one picture onto another. Buffers and descriptors are
+    // (source, destination); nX, nY place the source area (its rectangle with
+    // use-rectangle 1, else the whole picture) in the destination, relative
+    // to the destination rectangle with use-rectangle 1, else to its origin.
+    // What falls outside the destination picture is left out. RGB
+    // descriptors with FORMAT_FLAG_SWAPPED are bottom-up. A level outside
+    // 0..2 does nothing and returns 1.
+    //
+    // Three alpha weights, on purpose: picture blends use a = alpha >> 1 and
+    // (s x a + d x (128 - a)) >> 7 (alpha 255 copies); fills use
+    // (c x a + d x (127 - a)) >> 7 (alpha 255 writes the colour); the keyed
+    // alpha copy uses (d x (255 - a) + s x a) >> 8.
+
+    // Same layout on both sides: RGB 257-260, YUV 6, 8, 9, 10-13, 14. The
+    // 16/24-bit RGB and the YUV surface layouts blend every sample (chroma
+    // at its resolution) with the constant alpha. RGB32 and AYUV take nMode:
+    // 0 constant alpha, 1 each source pixel's alpha (every byte, alpha
+    // included), 2 and 3 the same skipping pixels equal to uColorKey (all 32
+    // bits). Returns 0 for a mode above 3 on RGB32 / AYUV; other
+    // destination codes, or a source of another layout, return 1 unchanged.
+    static int AlphaBlendingRGB(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                VideoFormatInfoTag* pSourceFormat,
+                                VideoFormatInfoTag* pDestinationFormat, int nX, int nY, int nMode,
+                                unsigned int uAlpha, unsigned int uColorKey, int nUseRect,
+                                int nLevel);
+    static int AlphaBlendingYUV(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                VideoFormatInfoTag* pSourceFormat,
+                                VideoFormatInfoTag* pDestinationFormat, int nX, int nY, int nMode,
+                                unsigned int uAlpha, unsigned int uColorKey, int nUseRect,
+                                int nLevel);
+    // The rectangle (nX, nY, nWidth, nHeight), offset by the descriptor's
+    // rectangle origin with use-rectangle 1. FillRectRGB takes an RGB32
+    // colour and codes 257-260 (RGB555 / RGB565 cut the channels to 5 / 6
+    // bits first); FillRectYUV an AYUV colour and codes 6, 8, 9, 10-13, 14,
+    // writing Y to the luma samples and U, V to every chroma sample the
+    // rectangle touches. Colour alpha 255 writes the colour, else each byte
+    // is mixed with the fill weights. 0 for a code outside the list.
+    static int FillRectRGB(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat,
+                           unsigned int uColor, int nX, int nY, int nWidth, int nHeight,
+                           int nUseRect, int nLevel);
+    static int FillRectYUV(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat,
+                           unsigned int uColor, int nX, int nY, int nWidth, int nHeight,
+                           int nUseRect, int nLevel);
+    // RGB32 onto RGB32: the source pixels whose alpha is not 0 replace the
+    // destination pixels, which are never read.
+    static int FillRectRGB32_NoRead(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                    VideoFormatInfoTag* pSourceFormat,
+                                    VideoFormatInfoTag* pDestinationFormat, int nX, int nY,
+                                    int nUseRect, int nLevel);
+    // The source pixels that differ from uColorKey replace the destination.
+    static int FillRectRGB32WithColorKey_NoRead(CNCodecBuffer* pSource,
+                                                CNCodecBuffer* pDestination,
+                                                VideoFormatInfoTag* pSourceFormat,
+                                                VideoFormatInfoTag* pDestinationFormat, int nX,
+                                                int nY, unsigned int uColorKey, int nUseRect,
+                                                int nLevel);
+    // Key pixels are skipped, opaque ones copied, the others mixed by their
+    // alpha into R, G, B with alpha byte 0.
+    static int FillRectRGB32WithColorKey_JustReadAlpha(
+        CNCodecBuffer* pSource, CNCodecBuffer* pDestination, VideoFormatInfoTag* pSourceFormat,
+        VideoFormatInfoTag* pDestinationFormat, int nX, int nY, unsigned int uColorKey,
+        int nUseRect, int nLevel);
+    // AI44 (code 15) onto RGB32: bytes with a non-zero alpha nibble become
+    // the RGB32 palette entry of their index. The palette is the source
+    // buffer's additional information: 16 AYUV entries (bytes V, U, Y, A),
+    // and when it holds 128 bytes or more, the same 16 as RGB32 at bytes
+    // 64-127, used as they are; otherwise they are converted on each call.
+    // Nothing is drawn when it holds fewer than 64 bytes.
+    static int FillRectRGB32WithAI44_NoRead(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                            VideoFormatInfoTag* pSourceFormat,
+                                            VideoFormatInfoTag* pDestinationFormat, int nX,
+                                            int nY, int nUseRect, int nLevel);
+    // AI44 to AYUV (14) or RGB32 (260): palette[b & 15] OR the alpha nibble
+    // times 0x11 in the top byte; to IA44 (16): nibbles exchanged. Other
+    // destination codes: nothing. uFlip 1 reads the source bottom-up.
+    static int ConvertFromAI44(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                               VideoFormatInfoTag* pSourceFormat,
+                               VideoFormatInfoTag* pDestinationFormat, unsigned int uFlip,
+                               int nUseRect, int nLevel);
+    // RGB32 copy that writes 0xFF000000 (opaque black) as 0. uFlip 1 reads
+    // the source bottom-up.
+    static int CopyRGB32_ModifyBackground(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                          VideoFormatInfoTag* pSourceFormat,
+                                          VideoFormatInfoTag* pDestinationFormat,
+                                          unsigned int uFlip, int nUseRect, int nLevel);
+    // RGB32: uLevel not 0 gives every pixel with alpha the alpha uLevel &
+    // 0xFF; uLevel 0 makes each alpha the top byte of (pixel >> 8) x uScale
+    // (256 keeps it). Colour bytes are kept.
+    static int AdjustAlphaLevelRGB(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                   VideoFormatInfoTag* pSourceFormat,
+                                   VideoFormatInfoTag* pDestinationFormat, unsigned int uLevel,
+                                   unsigned int uScale, int nUseRect, int nLevel);
+    // AI44: uLevel not 0 sets the alpha nibble of bytes with alpha to
+    // uLevel & 0xF0; uLevel 0 makes each byte ((b x uScale) >> 8) & 0xF0 |
+    // (b & 0x0F).
+    static int AdjustAlphaLevelYUV(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
+                                   VideoFormatInfoTag* pSourceFormat,
+                                   VideoFormatInfoTag* pDestinationFormat, unsigned int uLevel,
+                                   unsigned int uScale, int nUseRect, int nLevel);
+    // nPixelCount 32-bit pixels from pData: each non-zero pixel is ORed with
+    // uAlpha << 24; zero pixels stay 0. Returns 1.
+    static int FillAlphaRGB32_InPlaceFlat(unsigned char* pData, int nPixelCount,
+                                          unsigned int uAlpha, int nLevel);
+
     // ------------------------------------------------------------------
     // Colour quantisation
     // ------------------------------------------------------------------
