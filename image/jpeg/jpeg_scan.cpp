@@ -1,9 +1,10 @@
 // Baseline and progressive scan decoding (ITU-T T.81 F.2.2 and G.1.2), with
 // coefficients in the transposed block order the reconstruction expects.
 //
-// Decoding never stops early on its own account except when the bit source
-// reports an invalid code: the decode fails then anyway, and stopping keeps
-// hostile input from costing a full image's worth of work. Blocks with only
+// Decoding stops at the first block after the bit source reports an invalid
+// code or runs past its data: the decode fails then anyway, and stopping
+// keeps hostile input (a huge frame over a few bytes of data) from costing
+// a full image's worth of work. Blocks with only
 // a DC coefficient skip the transform; the shortcut gives the transform's
 // exact result (a constant block of min(255, (dc + 4) >> 3)).
 #include "image/jpeg/jpeg_scan.h"
@@ -28,7 +29,9 @@ inline __attribute__((always_inline)) int DecodeDcDiff(BitSource& bs, const Fast
     return Extend(bs.Take(s), s);
 }
 
-void StoreDcOnly(int16_t* block, const uint16_t* quant, uint8_t* dst, ptrdiff_t pitch) {
+}  // namespace
+
+void ReconstructDcOnly(int16_t* block, const uint16_t* quant, uint8_t* dst, ptrdiff_t pitch) {
     int dc =
         static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(block[0]) * quant[0]));
     dc += 1024;
@@ -40,6 +43,8 @@ void StoreDcOnly(int16_t* block, const uint16_t* quant, uint8_t* dst, ptrdiff_t 
     for (int y = 0; y < 8; ++y) std::memcpy(dst + y * pitch, &row, 8);
     block[0] = 0;
 }
+
+namespace {
 
 // Calls visit(component, bx, by) for every block of the scan in order, and
 // restart() between restart units; stops when visit returns false.
@@ -201,10 +206,10 @@ bool DecodeBaselineScan(BitSource& bs, ScanSetup& scan) {
             const bool good = DecodeBlockFast(bs, blk, *sc.dc, *sc.ac, &pred[c], &dcOnly);
             uint8_t* dst = sc.plane + by * sc.blockRowStride + bx * 8;
             if (dcOnly)
-                StoreDcOnly(blk, sc.quant, dst, sc.storePitch);
+                ReconstructDcOnly(blk, sc.quant, dst, sc.storePitch);
             else
                 reconstruct(blk, sc.quant, dst, sc.storePitch);
-            return good;
+            return good && !bs.Overrun();
         },
         [&] {
             bs.ByteAlign();
@@ -235,7 +240,7 @@ bool DecodeProgressiveScan(BitSource& bs, ScanSetup& scan) {
             } else {
                 AcRefine(bs, blk, *sc.ac, ss, se, al, &eobrun);
             }
-            return !bs.error;
+            return !bs.error && !bs.Overrun();
         },
         [&] {
             bs.ByteAlign();

@@ -49,6 +49,10 @@ bool DecodeProgressiveScan(BitSource& bs, ScanSetup& scan);
 void ReconstructComponent(const ScanComponent& c, int gridH, const uint16_t* quant,
                           const IdctKernels& kernels);
 
+// A block whose only non-zero coefficient is the DC: the transform's exact
+// result without running it (a constant min(255, (dc + 4) >> 3) block).
+void ReconstructDcOnly(int16_t* block, const uint16_t* quant, uint8_t* dst, ptrdiff_t pitch);
+
 // One baseline block with the fast tables (exposed for the tests, which
 // compare it with the plain table walk of the cache records).
 bool DecodeBlockFast(BitSource& bs, int16_t* block, const FastHuffman& dc, const FastHuffman& ac,
