@@ -13,6 +13,7 @@ struct Sse2Ops {
         const __m128i x = _mm_unpacklo_epi8(v, _mm_setzero_si128());
         return _mm_unpacklo_epi16(x, _mm_srli_si128(x, 8));
     }
+    static __m128i SpreadHighPair(__m128i v) { return SpreadPair(_mm_srli_si128(v, 8)); }
 };
 
 }  // namespace

@@ -12,6 +12,11 @@ struct Ssse3Ops {
         const __m128i order = _mm_setr_epi8(0, -1, 4, -1, 1, -1, 5, -1, 2, -1, 6, -1, 3, -1, 7, -1);
         return _mm_shuffle_epi8(v, order);
     }
+    static __m128i SpreadHighPair(__m128i v) {
+        const __m128i order =
+            _mm_setr_epi8(8, -1, 12, -1, 9, -1, 13, -1, 10, -1, 14, -1, 11, -1, 15, -1);
+        return _mm_shuffle_epi8(v, order);
+    }
 };
 
 }  // namespace

@@ -65,50 +65,84 @@ inline __m128i SumLanes4(__m128i a, __m128i b, __m128i c, __m128i d) {
 template <typename Ops>
 struct ResizeSimd {
     // Channel sums (B, G, R, A) of one RGB32 pixel whose T taps lie
-    // contiguously at p.
+    // contiguously at p: four taps per 16-byte load, each pair of them
+    // spread into channel pairs and multiplied by the pair's weights.
     template <int T>
     static __m128i Rgb32Sums(const uint8_t* p, const int16_t* w) {
         __m128i acc = _mm_setzero_si128();
-#pragma GCC unroll 6
-        for (int pair = 0; pair < T / 2; ++pair) {
-            const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + 8 * pair));
-            const __m128i weights = _mm_set1_epi32(Load32(w + 2 * pair));
+#pragma GCC unroll 3
+        for (int quad = 0; quad < T / 4; ++quad) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * quad));
+            const __m128i wq = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(w + 4 * quad));
+            acc = _mm_add_epi32(acc, _mm_madd_epi16(Ops::SpreadPair(v), _mm_shuffle_epi32(wq, 0)));
+            acc = _mm_add_epi32(
+                acc, _mm_madd_epi16(Ops::SpreadHighPair(v), _mm_shuffle_epi32(wq, 0x55)));
+        }
+        if constexpr (T % 4 != 0) {
+            const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + 16 * (T / 4)));
+            const __m128i weights = _mm_set1_epi32(Load32(w + T - 2));
             acc = _mm_add_epi32(acc, _mm_madd_epi16(Ops::SpreadPair(v), weights));
         }
         return acc;
     }
 
-    template <int T, typename Put>
-    static void Rgb32Row(const uint8_t* src, const ResizeHTable& t, Put&& put) {
+    // put2(i, sums of i, sums of i + 1) for pixel pairs inside the picture
+    // whose second pixel is before `pairEnd`, put1(i, sums) for the others.
+    template <int T, typename Put2, typename Put1>
+    static void Rgb32Row(const uint8_t* src, const ResizeHTable& t, int pairEnd, Put2&& put2,
+                         Put1&& put1) {
         const int16_t* w = t.weights;
+        const int32_t* step = t.steps;
+        ptrdiff_t cursor = 0;
         alignas(16) uint8_t gathered[4 * 12];
-        WalkHTable(
-            t,
-            [&](int i, const ptrdiff_t* pos) {
-                for (int k = 0; k < T; ++k) std::memcpy(gathered + 4 * k, src + pos[k], 4);
-                put(i, Rgb32Sums<T>(gathered, w + i * T));
-            },
-            [&](int i, ptrdiff_t first) { put(i, Rgb32Sums<T>(src + first, w + i * T)); });
+        auto edge = [&](int i) {
+            for (int k = 0; k < T; ++k) std::memcpy(gathered + 4 * k, src + (cursor += *step++), 4);
+            put1(i, Rgb32Sums<T>(gathered, w + i * T));
+        };
+        int i = 0;
+        for (int e = 0; e < t.left; ++e) edge(i++);
+        const int insideEnd = i + t.inside;
+        const int pairsEnd = insideEnd < pairEnd ? insideEnd : pairEnd;
+        for (; i + 2 <= pairsEnd; i += 2) {
+            const uint8_t* p0 = src + (cursor += step[0]);
+            const uint8_t* p1 = src + (cursor += step[1]);
+            step += 2;
+            put2(i, Rgb32Sums<T>(p0, w + i * T), Rgb32Sums<T>(p1, w + (i + 1) * T));
+        }
+        for (; i < insideEnd; ++i) put1(i, Rgb32Sums<T>(src + (cursor += *step++), w + i * T));
+        for (int e = 0; e < t.right; ++e) edge(i++);
     }
 
     template <int T>
     static void Rgb32ToInterT(const uint8_t* src, const ResizeHTable& t, int16_t* dst) {
-        Rgb32Row<T>(src, t, [dst](int i, __m128i sums) {
-            const __m128i v = _mm_srai_epi32(sums, 8);
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + 4 * i), _mm_packs_epi32(v, v));
-        });
+        Rgb32Row<T>(
+            src, t, t.Width(),
+            [dst](int i, __m128i a, __m128i b) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 4 * i),
+                                 _mm_packs_epi32(_mm_srai_epi32(a, 8), _mm_srai_epi32(b, 8)));
+            },
+            [dst](int i, __m128i sums) {
+                const __m128i v = _mm_srai_epi32(sums, 8);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + 4 * i), _mm_packs_epi32(v, v));
+            });
     }
 
     template <int T>
     static void Rgb32ToBytesT(const uint8_t* src, const ResizeHTable& t, uint8_t* dst,
                               uint8_t* tail) {
         const int tailStart = t.Width() - 2;
-        Rgb32Row<T>(src, t, [=](int i, __m128i sums) {
-            __m128i v = _mm_srai_epi32(sums, 15);
-            v = _mm_packs_epi32(v, v);
-            const int32_t px = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
-            std::memcpy(i < tailStart ? dst + 4 * i : tail + 4 * (i - tailStart), &px, 4);
-        });
+        Rgb32Row<T>(
+            src, t, tailStart,
+            [dst](int i, __m128i a, __m128i b) {
+                const __m128i v = _mm_packs_epi32(_mm_srai_epi32(a, 15), _mm_srai_epi32(b, 15));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + 4 * i), _mm_packus_epi16(v, v));
+            },
+            [=](int i, __m128i sums) {
+                __m128i v = _mm_srai_epi32(sums, 15);
+                v = _mm_packs_epi32(v, v);
+                const int32_t px = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
+                std::memcpy(i < tailStart ? dst + 4 * i : tail + 4 * (i - tailStart), &px, 4);
+            });
     }
 
     // Sums of one plane pixel: T taps at p against T weights at w (lanes past
@@ -160,6 +194,23 @@ struct ResizeSimd {
                 const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), LoadW(w + 2 * i + 8));
                 put4(i, lo);
                 put4(i + 4, hi);
+            }
+        } else if constexpr (T == 4) {
+            const __m128i zero = _mm_setzero_si128();
+            for (; i + 4 <= insideEnd; i += 4) {
+                const int32_t a = Load32(src + (cursor += step[0]));
+                const int32_t b = Load32(src + (cursor += step[1]));
+                const int32_t c = Load32(src + (cursor += step[2]));
+                const int32_t d = Load32(src + (cursor += step[3]));
+                step += 4;
+                const __m128i v = _mm_setr_epi32(a, b, c, d);
+                // Pixels i, i + 1 and i + 2, i + 3: their 8 weights lie together.
+                const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), LoadW(w + 4 * i));
+                const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), LoadW(w + 4 * i + 8));
+                const __m128 l = _mm_castsi128_ps(lo), h = _mm_castsi128_ps(hi);
+                put4(i, _mm_add_epi32(
+                            _mm_castps_si128(_mm_shuffle_ps(l, h, _MM_SHUFFLE(2, 0, 2, 0))),
+                            _mm_castps_si128(_mm_shuffle_ps(l, h, _MM_SHUFFLE(3, 1, 3, 1)))));
             }
         } else {
             for (; i + 4 <= insideEnd; i += 4) {
