@@ -16,7 +16,6 @@
 
 #include <climits>
 #include <cstring>
-#include <vector>
 
 #include "ncodecbase/codec_buffer.h"
 #include "platform/kernel/heap.h"
@@ -57,16 +56,17 @@ struct Code {
 
 // Canonical codes of ITU-T T.81 Annex C; false when some length holds more
 // codes than fit.
-bool GenerateCodes(const unsigned char* counts, std::vector<Code>* codes) {
-    int code = 0;
+bool GenerateCodes(const unsigned char* counts, Code* codes, int* count) {
+    int code = 0, n = 0;
     for (int len = 1; len <= 16; ++len) {
         for (int i = 0; i < counts[len - 1]; ++i) {
-            if (code >= (1 << len)) return false;
-            codes->push_back({len, code});
+            if (code >= (1 << len) || n >= 256) return false;
+            codes[n++] = {len, code};
             ++code;
         }
         code <<= 1;
     }
+    *count = n;
     return true;
 }
 
@@ -76,97 +76,108 @@ int SmallestBitsFor(int value, bool strictlyBelow) {
     return bits;
 }
 
-// Builds the record for one table into `out` (resized to the record size).
-bool BuildRecord(const unsigned char* counts, const unsigned char* symbols, int symbolCount,
-                 int tableClass, std::vector<uint8_t>* out) {
-    std::vector<Code> codes;
-    codes.reserve(static_cast<size_t>(symbolCount));
-    if (!GenerateCodes(counts, &codes)) return false;
+// Everything about a record that follows from its counts, before any byte
+// of it is written.
+struct RecordPlan {
+    Code codes[256];
+    int codeCount = 0;
+    uint8_t subIndexOfPrefix[256] = {};  // first-level prefix -> sub-table (0: none)
+    int subTables = 0;
+    int entryBits = 0, peek = 0, w0 = 0, w1 = 0, b = 0, levels = 0;
+    int level0Entries = 0, subEntries = 0, entries = 0;
+    int subTablePos = 0, tablePos = 0, recordSize = 0;
+};
 
-    const int entryBits = tableClass == 0 ? 8 : 16;
-    int longest = 0;
-    for (const Code& c : codes) longest = c.length;
+bool PlanRecord(const unsigned char* counts, int symbolCount, int tableClass, RecordPlan* p) {
+    if (!GenerateCodes(counts, p->codes, &p->codeCount) || p->codeCount != symbolCount)
+        return false;
+    p->entryBits = tableClass == 0 ? 8 : 16;
+    const int longest = p->codeCount ? p->codes[p->codeCount - 1].length : 0;
     // A table without codes still gets a one-bit level that marks every
     // pattern invalid.
-    const int peek = longest > 0 ? longest : 1;
-    const int w0 = tableClass == 0 ? (peek < 8 ? peek : 8) : peek;
-    const int b = SmallestBitsFor(w0, false);
+    p->peek = longest > 0 ? longest : 1;
+    p->w0 = tableClass == 0 ? (p->peek < 8 ? p->peek : 8) : p->peek;
+    p->b = SmallestBitsFor(p->w0, false);
     const int m = SmallestBitsFor(symbolCount, true);
-    if (b + m + 1 > entryBits) return false;
-    const int levels = (peek + w0 - 1) / w0;
-    const int w1 = peek - w0;
-
-    // Sub-tables, one per distinct first-level prefix of the long codes.
-    std::vector<int> subIndexOfPrefix(static_cast<size_t>(1) << w0, 0);
-    int subTables = 0;
-    for (const Code& c : codes) {
-        if (c.length <= w0) continue;
-        const int prefix = c.code >> (c.length - w0);
-        if (!subIndexOfPrefix[prefix]) subIndexOfPrefix[prefix] = ++subTables;
+    if (p->b + m + 1 > p->entryBits) return false;
+    p->levels = (p->peek + p->w0 - 1) / p->w0;
+    p->w1 = p->peek - p->w0;
+    for (int i = 0; i < p->codeCount; ++i) {
+        const Code& c = p->codes[i];
+        if (c.length <= p->w0) continue;  // DC tables only: w0 is 8 here
+        const int prefix = c.code >> (c.length - p->w0);
+        if (!p->subIndexOfPrefix[prefix])
+            p->subIndexOfPrefix[prefix] = static_cast<uint8_t>(++p->subTables);
     }
-    const int level0Entries = 1 << w0;
-    const int subEntries = levels > 1 ? 1 << w1 : 0;
-    const int entries = level0Entries + subTables * subEntries;
+    p->level0Entries = 1 << p->w0;
+    p->subEntries = p->levels > 1 ? 1 << p->w1 : 0;
+    p->entries = p->level0Entries + p->subTables * p->subEntries;
+    p->subTablePos = static_cast<int>(sizeof(HuffmanRecord)) + RoundUp4(symbolCount);
+    p->tablePos = p->subTablePos + 4 * (p->subTables + 1);
+    p->recordSize = p->tablePos + RoundUp4(p->entries * p->entryBits / 8);
+    return true;
+}
 
-    const int symbolsPos = static_cast<int>(sizeof(HuffmanRecord));
-    const int subTablePos = symbolsPos + RoundUp4(symbolCount);
-    const int tablePos = subTablePos + 4 * (subTables + 1);
-    const int recordSize = tablePos + RoundUp4(entries * entryBits / 8);
-    out->assign(static_cast<size_t>(recordSize), 0);
-
-    HuffmanRecord head{};
-    head.nSize = recordSize;
-    head.nEntryBits = entryBits;
-    head.nPeekBits = peek;
-    head.nLevels = levels;
-    head.nShifts[0] = peek - w0;
-    head.uMasks[0] = static_cast<uint32_t>(level0Entries - 1);
-    head.nShifts[1] = 0;
-    head.uMasks[1] = levels > 1 ? static_cast<uint32_t>(subEntries - 1) : 0;
-    head.nDataShift = b;
-    head.uLenMask = (1u << b) - 1;
-    head.nClass = tableClass;
-    head.nSymbolCount = symbolCount;
-    head.nSubTablePos = subTablePos;
-    head.nTablePos = tablePos;
-    std::memcpy(head.uCodeCounts, counts, 16);
-    uint8_t* base = out->data();
-    std::memcpy(base, &head, sizeof head);
-    if (symbolCount > 0) std::memcpy(base + symbolsPos, symbols, static_cast<size_t>(symbolCount));
-
-    std::vector<int> starts(static_cast<size_t>(subTables) + 1, 0);
-    for (int k = 1; k <= subTables; ++k) starts[k] = level0Entries + (k - 1) * subEntries;
-    std::memcpy(base + subTablePos, starts.data(), starts.size() * 4);
-
-    std::vector<int> table(static_cast<size_t>(entries));
-    for (int i = 0; i < entries; ++i) {
-        const int width = i < level0Entries ? w0 : w1;
-        table[i] = (symbolCount << b) + (width - 1);
+template <typename Entry>
+void FillEntries(const RecordPlan& p, int symbolCount, Entry* table, const int* starts) {
+    const int b = p.b;
+    for (int i = 0; i < p.entries; ++i) {
+        const int width = i < p.level0Entries ? p.w0 : p.w1;
+        table[i] = static_cast<Entry>((symbolCount << b) + (width - 1));
     }
-    for (int i = 0; i < static_cast<int>(codes.size()); ++i) {
-        const Code& c = codes[i];
-        if (c.length <= w0) {
-            const int first = c.code << (w0 - c.length);
-            for (int j = 0; j < (1 << (w0 - c.length)); ++j)
-                table[first + j] = (i << b) + (c.length - 1);
+    for (int i = 0; i < p.codeCount; ++i) {
+        const Code& c = p.codes[i];
+        if (c.length <= p.w0) {
+            const int first = c.code << (p.w0 - c.length);
+            const auto e = static_cast<Entry>((i << b) + (c.length - 1));
+            for (int j = 0; j < (1 << (p.w0 - c.length)); ++j) table[first + j] = e;
             continue;
         }
-        const int prefix = c.code >> (c.length - w0);
-        const int k = subIndexOfPrefix[prefix];
-        table[prefix] = static_cast<int>(static_cast<unsigned>(-k) << b) + (w0 - 1);
-        const int rest = c.length - w0;
-        const int first = starts[k] + ((c.code & ((1 << rest) - 1)) << (w1 - rest));
-        for (int j = 0; j < (1 << (w1 - rest)); ++j) table[first + j] = (i << b) + (rest - 1);
+        const int prefix = c.code >> (c.length - p.w0);
+        const int k = p.subIndexOfPrefix[prefix];
+        table[prefix] =
+            static_cast<Entry>(static_cast<int>(static_cast<unsigned>(-k) << b) + (p.w0 - 1));
+        const int rest = c.length - p.w0;
+        const int first = starts[k] + ((c.code & ((1 << rest) - 1)) << (p.w1 - rest));
+        const auto e = static_cast<Entry>((i << b) + (rest - 1));
+        for (int j = 0; j < (1 << (p.w1 - rest)); ++j) table[first + j] = e;
     }
-    for (int i = 0; i < entries; ++i) {
-        if (entryBits == 8)
-            base[tablePos + i] = static_cast<uint8_t>(table[i]);
-        else {
-            const auto v = static_cast<uint16_t>(table[i]);
-            std::memcpy(base + tablePos + 2 * i, &v, 2);
-        }
-    }
-    return true;
+}
+
+// Writes the planned record at `base` (4-byte aligned, recordSize bytes).
+void WriteRecord(const RecordPlan& p, const unsigned char* counts, const unsigned char* symbols,
+                 int symbolCount, int tableClass, uint8_t* base) {
+    HuffmanRecord head{};
+    head.nSize = p.recordSize;
+    head.nEntryBits = p.entryBits;
+    head.nPeekBits = p.peek;
+    head.nLevels = p.levels;
+    head.nShifts[0] = p.peek - p.w0;
+    head.uMasks[0] = static_cast<uint32_t>(p.level0Entries - 1);
+    head.nShifts[1] = 0;
+    head.uMasks[1] = p.levels > 1 ? static_cast<uint32_t>(p.subEntries - 1) : 0;
+    head.nDataShift = p.b;
+    head.uLenMask = (1u << p.b) - 1;
+    head.nClass = tableClass;
+    head.nSymbolCount = symbolCount;
+    head.nSubTablePos = p.subTablePos;
+    head.nTablePos = p.tablePos;
+    std::memcpy(head.uCodeCounts, counts, 16);
+    std::memcpy(base, &head, sizeof head);
+    const int symbolsPos = static_cast<int>(sizeof(HuffmanRecord));
+    std::memset(base + symbolsPos, 0, static_cast<size_t>(p.subTablePos - symbolsPos));
+    if (symbolCount > 0) std::memcpy(base + symbolsPos, symbols, static_cast<size_t>(symbolCount));
+
+    auto* starts = reinterpret_cast<int*>(base + p.subTablePos);
+    starts[0] = 0;
+    for (int k = 1; k <= p.subTables; ++k) starts[k] = p.level0Entries + (k - 1) * p.subEntries;
+    const int tableBytes = p.entries * p.entryBits / 8;
+    std::memset(base + p.tablePos + tableBytes, 0,
+                static_cast<size_t>(p.recordSize - p.tablePos - tableBytes));
+    if (p.entryBits == 8)
+        FillEntries(p, symbolCount, reinterpret_cast<int8_t*>(base + p.tablePos), starts);
+    else
+        FillEntries(p, symbolCount, reinterpret_cast<int16_t*>(base + p.tablePos), starts);
 }
 
 bool SameTable(const HuffmanRecord* r, const unsigned char* counts, const unsigned char* symbols,
@@ -216,18 +227,14 @@ int CNJpegCodec::DecodeRaiseHuffmanTable(unsigned char* codeCounts, unsigned cha
     });
     if (found >= 0) return found;
 
-    std::vector<uint8_t> record;
-    try {
-        if (!BuildRecord(codeCounts, symbols, symbolCount, tableClass, &record)) return -1;
-    } catch (...) {
-        return -1;
-    }
+    RecordPlan plan;
+    if (!PlanRecord(codeCounts, symbolCount, tableClass, &plan)) return -1;
     const int oldSize = cache->GetDataSize();
-    if (oldSize > INT_MAX - static_cast<int>(record.size())) return -1;
-    const int newSize = oldSize + static_cast<int>(record.size());
+    if (oldSize > INT_MAX - plan.recordSize) return -1;
+    const int newSize = oldSize + plan.recordSize;
     auto* data = static_cast<uint8_t*>(cache->Allocate(newSize, 4, 1));
     if (!data) return -1;
-    std::memcpy(data + oldSize, record.data(), record.size());
+    WriteRecord(plan, codeCounts, symbols, symbolCount, tableClass, data + oldSize);
     cache->SetDataSize(newSize);
     return oldSize;
 }
