@@ -14,12 +14,9 @@ int RunAudio(const Args& args);
 int RunConvert(const Args& args);
 int RunCpu(const Args& args);
 int RunDemo(const Args& args);
-int RunDevices(const Args& args);
 int RunInfo(const Args& args);
-int RunPlay(const Args& args);
 int RunPlugins(const Args& args);
 int RunRar(const Args& args);
-int RunResize(const Args& args);
 int RunScenes(const Args& args);
 int RunZip(const Args& args);
 

@@ -25,10 +25,6 @@ constexpr Command kCommands[] = {
      "                    re-encode a picture, format by OUT's extension (.png, .ppm),\n"
      "                    optionally through a pixel layout (nv12, yuy2, rgb565, ...)",
      ncodec::RunConvert},
-    {"resize",
-     "resize [--yuv420] WIDTHxHEIGHT IN OUT\n"
-     "                    scale a picture with the polyphase resizer (as RGB32 or 4:2:0)",
-     ncodec::RunResize},
     {"info", "info FILE           picture format, header fields and chunks of FILE",
      ncodec::RunInfo},
     {"plugins",
@@ -39,12 +35,6 @@ constexpr Command kCommands[] = {
      "audio IN.wav OUT.wav [--rate HZ] [--tempo X] [--eq F:W,...] [--downmix MASK]\n"
      "      [--volume X]  run a WAV file through down-mix, equalizer, tempo, resampler, volume",
      ncodec::RunAudio},
-    {"play",
-     "play FILE.wav [--device N|virtual:OUT.wav] [--tempo X] [--eq F:G,...] [--volume X]\n"
-     "                    play through the audio render, showing its play clock",
-     ncodec::RunPlay},
-    {"devices", "devices             sound devices and mixer lines the audio render sees",
-     ncodec::RunDevices},
     {"zip",
      "zip list ARCHIVE | zip extract ARCHIVE [NAME|INDEX...] -o DIR [--password P]\n"
      "                    list a ZIP archive or extract entries into DIR",
