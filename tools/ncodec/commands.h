@@ -17,6 +17,7 @@ int RunDemo(const Args& args);
 int RunInfo(const Args& args);
 int RunPlugins(const Args& args);
 int RunRar(const Args& args);
+int RunResize(const Args& args);
 int RunScenes(const Args& args);
 int RunZip(const Args& args);
 

@@ -21,6 +21,8 @@ constexpr DemoStep kDemoSteps[] = {
     {"audio", "a tone sweep through equalizer, tempo and resampler", DemoAudio},
     {"png", "PNG files of a test picture, encoded and decoded back", DemoPng},
     {"colour", "a picture through conversions, an adjustment and quarter turns", DemoColour},
+    {"composite", "a picture scaled, with a box, a keyed logo, an inset and a subtitle",
+     DemoComposite},
 };
 
 struct DemoOptions {

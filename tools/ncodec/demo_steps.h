@@ -11,5 +11,7 @@ bool DemoFormats(const DemoContext& context, std::string* error);  // formats.tx
 bool DemoAudio(const DemoContext& context, std::string* error);    // audio.txt, audio_sweep*.wav
 bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
 bool DemoColour(const DemoContext& context, std::string* error);   // colour.txt, colour_strip.png
+// composite.txt, composite.png, composite_small.png, composite_large.png
+bool DemoComposite(const DemoContext& context, std::string* error);
 
 }  // namespace ncodec

@@ -25,6 +25,10 @@ constexpr Command kCommands[] = {
      "                    re-encode a picture, format by OUT's extension (.png, .ppm),\n"
      "                    optionally through a pixel layout (nv12, yuy2, rgb565, ...)",
      ncodec::RunConvert},
+    {"resize",
+     "resize [--yuv420] WIDTHxHEIGHT IN OUT\n"
+     "                    scale a picture with the polyphase resizer (as RGB32 or 4:2:0)",
+     ncodec::RunResize},
     {"info", "info FILE           picture format, header fields and chunks of FILE",
      ncodec::RunInfo},
     {"plugins",
