@@ -39,3 +39,6 @@ add_test(NAME ncodec_cli.png_demo
         $<TARGET_FILE:ncodec> ${NCB_PNG_CLI_DIR}/demo)
 set_tests_properties(ncodec_cli.png_demo PROPERTIES PASS_REGULAR_EXPRESSION
     "size: 320 x 200\ncolour type: 6 .*decode: ok, RGB32 320 x 200, with transparency")
+
+# Per-codec lists below this folder (the top level only includes one level).
+include(${CMAKE_CURRENT_LIST_DIR}/jpeg/tests.cmake)

@@ -11,7 +11,9 @@
 #include <fstream>
 
 #include "image/png/png_chunks.h"
+#include "ncodecbase/jpeg_codec.h"
 #include "ncodecbase/png_codec.h"
+#include "ncodecbase/video_processor.h"
 #include "tools/ncodec/ppm_format.h"
 
 namespace ncodec {
@@ -108,11 +110,115 @@ std::string PngDescribe(const uint8_t* data, size_t size) {
     return text;
 }
 
+// ---- JPEG -----------------------------------------------------------------
+//
+// Read-only here until an encoder row joins: the decoder's planes go through
+// the library's YUV to RGB32 conversion (full-range BT.601, no adjustment)
+// over the picture's true size.
+
+bool JpegProbe(const uint8_t* data, size_t size) {
+    return size >= 3 && data[0] == 0xFF && data[1] == 0xD8 && data[2] == 0xFF;
+}
+
+bool JpegDecodePlanes(CNCodecBuffer* file, ncb::VideoFormatInfo* format, CNCodecBuffer* planes) {
+    *format = {};
+    file->SetBufferUserData(0);
+    return CNJpegCodec::Decode(nullptr, format, file, planes, nullptr, 2) != 0;
+}
+
+bool JpegDecode(CNCodecBuffer* file, Picture* out) {
+    ncb::VideoFormatInfo yuv{};
+    BufferPtr planes(CNCodecBuffer::CreateBuffer());
+    if (!planes || !JpegDecodePlanes(file, &yuv, planes.get())) return false;
+    ncb::InitVideoFormat(&out->format, VIDEO_FORMAT_RGB32, yuv.nRectRight, yuv.nRectBottom);
+    out->pixels.reset(CNCodecBuffer::CreateBuffer());
+    if (!out->pixels || !ncb::AllocateFrame(out->pixels.get(), &out->format)) return false;
+    CNVideoProcessor::ConvertConfigTag plain{0, 0, 128, 128, 0, 0, 0, 256, 256, 256, 255};
+    return CNVideoProcessor::ConvertToRGB(planes.get(), out->pixels.get(), &yuv, &out->format,
+                                          &plain, 1, 0) != 0;
+}
+
+const char* JpegSamplingName(int nf, int sampling) {
+    if (nf == 1) return "grey";
+    switch (sampling) {
+        case 0x11:
+            return "4:4:4";
+        case 0x21:
+            return "4:2:2";
+        case 0x22:
+            return "4:2:0";
+        case 0x12:
+            return "1x2 (4:4:0)";
+        default:
+            return "unsupported";
+    }
+}
+
+std::string JpegDescribe(const uint8_t* data, size_t size) {
+    if (!JpegProbe(data, size)) return "no JPEG start of image\n";
+    std::string text;
+    size_t i = 2;
+    int scans = 0, restart = 0;
+    while (i + 4 <= size) {
+        if (data[i] != 0xFF) break;
+        const int m = data[i + 1];
+        if (m == 0xFF) {
+            ++i;
+            continue;
+        }
+        if (m == 0xD9) break;
+        const size_t len = (static_cast<size_t>(data[i + 2]) << 8) | data[i + 3];
+        if (m == 0xDD && i + 6 <= size) restart = (data[i + 4] << 8) | data[i + 5];
+        if (m >= 0xC0 && m <= 0xCF && m != 0xC4 && m != 0xC8 && m != 0xCC && i + 10 <= size) {
+            const int nf = data[i + 9];
+            text += Format("size: %d x %d", (data[i + 7] << 8) | data[i + 8],
+                           (data[i + 5] << 8) | data[i + 6]);
+            text += Format("process: SOF%d (%s), precision %d, %d component%s", m - 0xC0,
+                           m == 0xC0   ? "baseline"
+                           : m == 0xC2 ? "progressive"
+                                       : "not supported",
+                           data[i + 4], nf, nf == 1 ? "" : "s");
+            if (i + 12 <= size) text += Format("sampling: %s", JpegSamplingName(nf, data[i + 11]));
+        }
+        if (m == 0xDA) {
+            ++scans;
+            // Skip the entropy-coded data up to the next marker.
+            size_t e = i + 2 + len;
+            while (e + 1 < size && !(data[e] == 0xFF && data[e + 1] != 0 &&
+                                     (data[e + 1] < 0xD0 || data[e + 1] > 0xD7)))
+                ++e;
+            i = e;
+            continue;
+        }
+        i += 2 + len;
+    }
+    text += Format("restart interval: %d", restart);
+    text += Format("scans: %d", scans);
+    BufferPtr file(CNCodecBuffer::CreateBuffer());
+    BufferPtr planes(CNCodecBuffer::CreateBuffer());
+    ncb::VideoFormatInfo yuv{};
+    if (!file || !file->Allocate(static_cast<int>(std::min<size_t>(size, INT_MAX)), 16, 0))
+        return text;
+    std::memcpy(file->GetAddress(), data, std::min<size_t>(size, INT_MAX));
+    file->SetDataSize(static_cast<int>(std::min<size_t>(size, INT_MAX)));
+    if (!JpegDecodePlanes(file.get(), &yuv, planes.get())) return text;
+    const int code = yuv.nCodecSubType;
+    text +=
+        Format("planes: %s %d x %d (stored %d x %d), %d bytes consumed",
+               code == VIDEO_FORMAT_Y800     ? "Y800"
+               : code == VIDEO_FORMAT_YUV420 ? "YUV420"
+               : code == VIDEO_FORMAT_YUV422 ? "YUV422"
+                                             : "YUV444",
+               yuv.nRectRight, yuv.nRectBottom, yuv.nWidth, yuv.nHeight, file->GetBufferUserData());
+    return text;
+}
+
 }  // namespace
 
 const std::vector<ImageFormat>& ImageFormats() {
     static const std::vector<ImageFormat> formats = {
         {"PNG", {".png"}, PngProbe, PngDecode, PngEncode, PngDescribe},
+        {"JPEG", {".jpg", ".jpeg", ".jfif"}, JpegProbe, JpegDecode, nullptr, JpegDescribe},
         PpmImageFormat(),
     };
     return formats;
