@@ -61,6 +61,7 @@ const CompositeKernels& GetCompositeKernels(KernelSet set);
 void InstallCompositeScalar(CompositeKernels* k);
 void InstallCompositeSse2(CompositeKernels* k);
 void InstallCompositeSse41(CompositeKernels* k);
+void InstallCompositeAvx2(CompositeKernels* k);
 
 // Scalar twins over [x0, n) (n bytes for the byte kernels, else pixels).
 void BlendBytes_c(const uint8_t* src, uint8_t* dst, int a, int x0, int bytes);

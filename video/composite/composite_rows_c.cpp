@@ -206,7 +206,8 @@ void InstallCompositeScalar(CompositeKernels* k) {
 
 const CompositeKernels& GetCompositeKernels(KernelSet set) {
     static const auto tables = BuildKernelTables<CompositeKernels>(
-        InstallCompositeScalar, {InstallCompositeSse2, nullptr, InstallCompositeSse41, nullptr});
+        InstallCompositeScalar,
+        {InstallCompositeSse2, nullptr, InstallCompositeSse41, InstallCompositeAvx2});
     return tables[static_cast<int>(set)];
 }
 

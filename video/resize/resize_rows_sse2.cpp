@@ -8,6 +8,7 @@ namespace ncb::video {
 namespace {
 
 struct Sse2Ops {
+    static constexpr bool kPairSums = false;
     // B0 G0 R0 A0 B1 G1 R1 A1 (bytes) -> B0 B1 G0 G1 R0 R1 A0 A1 (16-bit).
     static __m128i SpreadPair(__m128i v) {
         const __m128i x = _mm_unpacklo_epi8(v, _mm_setzero_si128());

@@ -8,6 +8,7 @@ namespace ncb::video {
 namespace {
 
 struct Ssse3Ops {
+    static constexpr bool kPairSums = false;
     static __m128i SpreadPair(__m128i v) {
         const __m128i order = _mm_setr_epi8(0, -1, 4, -1, 1, -1, 5, -1, 2, -1, 6, -1, 3, -1, 7, -1);
         return _mm_shuffle_epi8(v, order);

@@ -4,7 +4,8 @@
 // one byte shuffle). Internal linkage only: each kernel file compiles its own
 // copy with its own flags.
 //
-// Horizontal: RGB32 pixels one at a time, two taps per multiply-add of 16-bit
+// Horizontal: RGB32 pixels one at a time (two at a time where the
+// instruction set has 256-bit registers: Ops::kPairSums), two taps per multiply-add of 16-bit
 // pairs; one-byte planes four pixels at a time (two taps: eight), each
 // pixel's taps in one or two registers against its weight run, then a
 // transposed sum. Edge pixels gather their clamped taps into a small buffer
@@ -107,7 +108,13 @@ struct ResizeSimd {
             const uint8_t* p0 = src + (cursor += step[0]);
             const uint8_t* p1 = src + (cursor += step[1]);
             step += 2;
-            put2(i, Rgb32Sums<T>(p0, w + i * T), Rgb32Sums<T>(p1, w + (i + 1) * T));
+            if constexpr (Ops::kPairSums) {
+                __m128i a, b;
+                Ops::template Rgb32PairSums<T>(p0, p1, w + i * T, w + (i + 1) * T, &a, &b);
+                put2(i, a, b);
+            } else {
+                put2(i, Rgb32Sums<T>(p0, w + i * T), Rgb32Sums<T>(p1, w + (i + 1) * T));
+            }
         }
         for (; i < insideEnd; ++i) put1(i, Rgb32Sums<T>(src + (cursor += *step++), w + i * T));
         for (int e = 0; e < t.right; ++e) edge(i++);
