@@ -38,6 +38,20 @@ if(LibArchive_FOUND)
 else()
     message(STATUS "libarchive not found: the RAR reader is built without a backend")
 endif()
+# ALSA gives the sound layer its real backend. Without it the headless
+# virtual device serves.
+option(NCB_WITH_ALSA "Give the sound layer its ALSA backend when found" ON)
+set(NCB_HAVE_ALSA 0)
+if(NCB_WITH_ALSA)
+    find_package(ALSA QUIET)
+endif()
+if(ALSA_FOUND)
+    set(NCB_HAVE_ALSA 1)
+    list(APPEND NCB_LINK_LIBS ALSA::ALSA)
+    target_compile_definitions(ncodecbase_objects PRIVATE NCB_HAVE_ALSA=1)
+else()
+    message(STATUS "ALSA not found: sound plays on the virtual device only")
+endif()
 target_link_libraries(ncodecbase_objects PUBLIC ${NCB_LINK_LIBS})
 
 # The product: hidden visibility, only NCB_API symbols are exported.

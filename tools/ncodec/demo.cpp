@@ -23,6 +23,7 @@ constexpr DemoStep kDemoSteps[] = {
     {"colour", "a picture through conversions, an adjustment and quarter turns", DemoColour},
     {"composite", "a picture scaled, with a box, a keyed logo, an inset and a subtitle",
      DemoComposite},
+    {"play", "one second through the audio render on the virtual sound device", DemoPlay},
 };
 
 struct DemoOptions {

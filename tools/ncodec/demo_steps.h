@@ -13,5 +13,6 @@ bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, p
 bool DemoColour(const DemoContext& context, std::string* error);   // colour.txt, colour_strip.png
 // composite.txt, composite.png, composite_small.png, composite_large.png
 bool DemoComposite(const DemoContext& context, std::string* error);
+bool DemoPlay(const DemoContext& context, std::string* error);  // play.txt, play_capture.wav
 
 }  // namespace ncodec

@@ -39,6 +39,12 @@ constexpr Command kCommands[] = {
      "audio IN.wav OUT.wav [--rate HZ] [--tempo X] [--eq F:W,...] [--downmix MASK]\n"
      "      [--volume X]  run a WAV file through down-mix, equalizer, tempo, resampler, volume",
      ncodec::RunAudio},
+    {"play",
+     "play FILE.wav [--device N|virtual:OUT.wav] [--tempo X] [--eq F:G,...] [--volume X]\n"
+     "                    play through the audio render, showing its play clock",
+     ncodec::RunPlay},
+    {"devices", "devices             sound devices and mixer lines the audio render sees",
+     ncodec::RunDevices},
     {"zip",
      "zip list ARCHIVE | zip extract ARCHIVE [NAME|INDEX...] -o DIR [--password P]\n"
      "                    list a ZIP archive or extract entries into DIR",
