@@ -187,6 +187,8 @@ int CNGifCodec::AddFrame(CNCodecBuffer* picture, int duration, int interlaced, i
     }
     r.picture = indices;
     Records(m_pFrameTable)[m_nFrameCount++] = r;
+    // The data size is what a growing Allocate carries over.
+    m_pFrameTable->SetDataSize(m_nFrameCount * static_cast<int>(sizeof(EncodeRecord)));
     return 1;
 }
 

@@ -152,6 +152,8 @@ bool Walker::ReadImage(const Control& control, int defaultDuration) {
         }
         auto* blocks = static_cast<SubBlock*>(m_out->subBlocks->GetAddress());
         blocks[m_out->subBlockCount++] = {m_reader.GetCurPos(), length};
+        // The data size is what a growing Allocate carries over.
+        m_out->subBlocks->SetDataSize(m_out->subBlockCount * static_cast<int>(sizeof(SubBlock)));
         m_reader.Skip(length);
     }
 
@@ -165,6 +167,7 @@ bool Walker::ReadImage(const Control& control, int defaultDuration) {
     if (!Reserve(&m_out->frames, m_out->frameCount + 1, sizeof(FrameRecord), kFrameGrowth))
         return Fail("out of memory");
     static_cast<FrameRecord*>(m_out->frames->GetAddress())[m_out->frameCount++] = f;
+    m_out->frames->SetDataSize(m_out->frameCount * static_cast<int>(sizeof(FrameRecord)));
     return true;
 }
 

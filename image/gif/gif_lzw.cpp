@@ -11,6 +11,9 @@
 //
 // Encoding looks strings up in a direct (prefix, index) table instead of a
 // hash, with generation-stamped entries so that a table reset costs nothing.
+// Rows are as wide as the palette (1 << bits entries), so a frame of few
+// colours walks a table small enough to stay in cache; 256 colours use all
+// 4 MiB.
 // The widths follow the same rule as the decoder, and when the table is
 // full after the last code a clear goes before the end code, so that the
 // decoder above and every other one agree on where the end code lies.
@@ -149,7 +152,7 @@ void EncodeLzw(const uint8_t* pixels, int width, const int* rowOrder, int height
         if (prefix < 0) prefix = static_cast<int>(row[x++] & mask);
         for (; x < width; ++x) {
             const int p = static_cast<int>(row[x] & mask);
-            uint32_t& e = entries[prefix * 256 + p];
+            uint32_t& e = entries[(prefix << bits) + p];
             if ((e & 0xFFFF0000u) == generation) {
                 prefix = static_cast<int>(e & 0xFFFF);
                 continue;

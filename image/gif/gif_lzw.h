@@ -23,9 +23,9 @@ struct LzwDecodeResult {
 LzwDecodeResult DecodeLzw(NDataStreamBufferInfoTag* chain, int chainCount, int minCodeSize,
                           uint8_t* out, int64_t capacity);
 
-// The table the encoder looks strings up in: 4096 prefixes x 256 indices,
-// each entry (generation << 16) | code, so that a reset is a new generation
-// rather than a clear of 4 MiB.
+// The table the encoder looks strings up in: 4096 prefixes x (1 << bits)
+// indices (at most 256), each entry (generation << 16) | code, so that a
+// reset is a new generation rather than a clear of 4 MiB.
 struct LzwEncodeTable {
     uint32_t* entries = nullptr;  // 4096 x 256
     uint32_t generation = 0;

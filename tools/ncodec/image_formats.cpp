@@ -5,12 +5,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 
+#include "image/gif/gif_index.h"
 #include "image/png/png_chunks.h"
+#include "ncodecbase/gif_codec.h"
 #include "ncodecbase/jpeg_codec.h"
 #include "ncodecbase/png_codec.h"
 #include "ncodecbase/video_processor.h"
@@ -107,6 +111,91 @@ std::string PngDescribe(const uint8_t* data, size_t size) {
     text += "chunks:\n" + chunks;
     if (reader.Position() < size)
         text += Format("%zu bytes after the last chunk read", size - reader.Position());
+    return text;
+}
+
+// ---- GIF ------------------------------------------------------------------
+//
+// A GIF is one picture here: its first frame as composed on the screen.
+// Palette colours come out of the codec with alpha 0 and the screen
+// background with the colour we give, so the background is given with alpha
+// 255 and the two are swapped: drawn pixels become opaque, uncovered or
+// transparent ones transparent black. Writing makes a one-frame GIF89a.
+
+bool GifProbe(const uint8_t* data, size_t size) {
+    return size >= 6 && std::memcmp(data, "GIF8", 4) == 0 && (data[4] == '7' || data[4] == '9') &&
+           data[5] == 'a';
+}
+
+bool GifDecode(CNCodecBuffer* file, Picture* out) {
+    out->format = {};
+    CNGifCodec codec;
+    if (codec.Decode(nullptr, &out->format, file, 0, 0xFF000000u) < 1) return false;
+    CNCodecBuffer* frame = nullptr;
+    if (!codec.GetDecodedFrame(0, &frame, nullptr)) return false;
+    out->pixels.reset(frame);
+    auto* px = static_cast<uint32_t*>(frame->GetAddress());
+    const size_t count = static_cast<size_t>(out->format.nWidth) * out->format.nHeight;
+    for (size_t i = 0; i < count; ++i) px[i] = (px[i] >> 24) ? 0u : px[i] | 0xFF000000u;
+    return true;
+}
+
+bool GifEncode(const Picture& picture, const EncodeOptions& options, CNCodecBuffer* file) {
+    (void)options;  // GIF keeps no alpha here
+    ncb::VideoFormatInfo in = picture.format, out{};
+    const int flip = (in.nFormatFlags & FORMAT_FLAG_SWAPPED) ? 1 : 0;
+    in.nFormatFlags = 0;
+    CNGifCodec codec;
+    if (!codec.PrepareEncode(&in, &out)) {
+        std::fprintf(stderr, "ncodec: GIF pictures are at most 65535 x 65535\n");
+        return false;
+    }
+    if (!codec.AddFrame(picture.pixels.get(), 100, 0, flip)) return false;
+    if (codec.Encode(file)) return true;
+    std::fprintf(stderr,
+                 "ncodec: the GIF would be larger than the encoder's limit of %d bytes (1 MiB); "
+                 "use a smaller or flatter picture\n",
+                 CNGifCodec::kMaxEncodedBytes);
+    return false;
+}
+
+std::string GifDescribe(const uint8_t* data, size_t size) {
+    if (!GifProbe(data, size)) return "no GIF signature\n";
+    std::string text = Format("version: %.6s", reinterpret_cast<const char*>(data));
+    ncb::gif::FileIndex index;
+    const bool ok = ncb::gif::IndexFile(data, static_cast<int>(std::min<size_t>(size, INT32_MAX)),
+                                        -1, INT64_MAX, &index);
+    text += Format("screen: %d x %d, background index %d, pixel aspect %d", index.width,
+                   index.height, index.backgroundIndex, index.aspect);
+    text += index.globalColourCount ? Format("global palette: %d entries", index.globalColourCount)
+                                    : std::string("global palette: none\n");
+    if (index.loopCount >= 0) text += Format("loop count: %d (0: for ever)", index.loopCount);
+    if (index.comments) text += Format("comments: %d", index.comments);
+    if (!ok) return text + Format("refused: %s", index.failure ? index.failure : "?");
+    uint32_t total = 0;
+    text += Format("frames: %d", index.frameCount);
+    for (int i = 0; i < index.frameCount; ++i) {
+        const ncb::gif::FrameRecord& f = *index.Frame(i);
+        if (i < 100) {
+            const std::string delay =
+                f.hasControl ? std::to_string(f.duration) + " ms" : std::string("none");
+            text +=
+                Format("  %3d: %d x %d at (%d, %d), delay %s, %s, disposal %d%s%s, %d sub-blocks",
+                       i, f.width, f.height, f.left, f.top, delay.c_str(),
+                       f.transparentIndex >= 0
+                           ? ("transparent index " + std::to_string(f.transparentIndex)).c_str()
+                           : "opaque",
+                       f.disposal, f.interlaced ? ", interlaced" : "",
+                       f.localColourCount
+                           ? (", local palette " + std::to_string(f.localColourCount)).c_str()
+                           : "",
+                       f.subBlockCount);
+        } else if (i == 100) {
+            text += "  ...\n";
+        }
+        total += f.hasControl ? static_cast<uint32_t>(f.duration) : 0;
+    }
+    text += Format("total delay: %u ms", total);
     return text;
 }
 
@@ -218,6 +307,7 @@ std::string JpegDescribe(const uint8_t* data, size_t size) {
 const std::vector<ImageFormat>& ImageFormats() {
     static const std::vector<ImageFormat> formats = {
         {"PNG", {".png"}, PngProbe, PngDecode, PngEncode, PngDescribe},
+        {"GIF", {".gif"}, GifProbe, GifDecode, GifEncode, GifDescribe},
         {"JPEG", {".jpg", ".jpeg", ".jfif"}, JpegProbe, JpegDecode, nullptr, JpegDescribe},
         PpmImageFormat(),
     };

@@ -230,6 +230,28 @@ TEST(GifEncode, FullStringTablesDecodeEverywhere) {
     EXPECT_EQ(colours, d.frames[0].pixels);
 }
 
+// More frames than the record tables start with, and more data sub-blocks
+// in all than fit the first sub-block table: both tables grow and keep
+// what they held.
+TEST(GifEncode, LongAnimationsKeepEveryFrame) {
+    std::vector<Picture> frames;
+    std::vector<int> durations;
+    for (int k = 0; k < 21; ++k) {
+        frames.push_back(
+            Make(k % 3 ? Kind::kNoise : Kind::kShapes, 128, 128, static_cast<uint32_t>(k)));
+        durations.push_back(10 * (k + 1));
+    }
+    const Bytes file = Encode(frames, durations);
+    ASSERT_FALSE(file.empty());
+    const Decoded d = DecodeAll(file);
+    ASSERT_EQ(d.frameCount, 21);
+    ASSERT_EQ(d.frames.size(), 21u);
+    for (size_t k = 0; k < frames.size(); ++k) {
+        EXPECT_EQ(d.frames[k].duration, durations[k]);
+        ExpectColours(d.frames[k].pixels, Quantised(frames[k]), "frame " + std::to_string(k));
+    }
+}
+
 // Byte layout: header, one control extension and descriptor per frame.
 struct Layout {
     int colours;
