@@ -226,6 +226,22 @@ bool ParseDht(Context& cx) {
     return true;
 }
 
+// Zeroes every byte of a plane region (pitch x rows) outside the
+// coveredW x coveredH area at (left, top) that the blocks will write.
+void ClearUncovered(uint8_t* region, int64_t pitch, int64_t rows, int64_t top, int64_t left,
+                    int64_t coveredW, int64_t coveredH) {
+    std::memset(region, 0, static_cast<size_t>(top * pitch));
+    const int64_t right = pitch - left - coveredW;
+    if (left > 0 || right > 0)
+        for (int64_t y = top; y < top + coveredH; ++y) {
+            uint8_t* row = region + y * pitch;
+            std::memset(row, 0, static_cast<size_t>(left));
+            std::memset(row + left + coveredW, 0, static_cast<size_t>(right));
+        }
+    const int64_t below = rows - top - coveredH;
+    std::memset(region + (top + coveredH) * pitch, 0, static_cast<size_t>(below * pitch));
+}
+
 int64_t RoundPad(int32_t p) { return (static_cast<int64_t>(p) + 15) & ~int64_t{15}; }
 
 // Plane geometry, output allocation and the per-component scan targets.
@@ -288,12 +304,22 @@ bool SetUpOutput(Context& cx, bool progressive) {
     auto* base = static_cast<uint8_t*>(cx.output->Allocate(static_cast<int>(total), 16, 0));
     if (!base) return false;
     cx.output->SetDataSize(static_cast<int>(total));
-    // Blocks cover the planes exactly only for whole 4:2:0 MCUs without
-    // padding; elsewhere the bytes no block reaches start as zero.
-    const bool exact = st.layout == Layout::k420 && padL == 0 && padR == 0 && f.nPadTop == 0 &&
-                       f.nPadBottom == 0 && cPadL == 0 && cPadR == 0 && f.nChromaPadTop == 0 &&
-                       f.nChromaPadBottom == 0;
-    if (!exact) std::memset(base, 0, static_cast<size_t>(total));
+    // Bytes that no block reaches (padding, the rows and columns between
+    // the block grid and the stored size) start as zero; 1x2 chroma, whose
+    // odd rows are filled in at the end, is cleared whole.
+    const int cw = st.layout == Layout::k420 || st.layout == Layout::k422 ? st.cols / 2 : st.cols;
+    const int ch = st.layout == Layout::k420 || st.layout == Layout::k1x2 ? st.rows / 2 : st.rows;
+    ClearUncovered(base, p0, r0, f.nPadTop, padL, 8 * int64_t{st.cols}, 8 * int64_t{st.rows});
+    if (!mono) {
+        for (int c = 0; c < 2; ++c) {
+            uint8_t* plane = base + p0 * r0 + c * pc * rc;
+            if (st.layout == Layout::k1x2)
+                std::memset(plane, 0, static_cast<size_t>(pc * rc));
+            else
+                ClearUncovered(plane, pc, rc, f.nChromaPadTop, cPadL, 8 * int64_t{cw},
+                               8 * int64_t{ch});
+        }
+    }
 
     if (progressive) {
         st.coef = static_cast<int16_t*>(nplat::HeapAlloc(static_cast<size_t>(coefBytes)));
@@ -312,8 +338,6 @@ bool SetUpOutput(Context& cx, bool progressive) {
     y.vBlocks = st.layout == Layout::k420 || st.layout == Layout::k1x2 ? 2 : 1;
     y.coef = st.coef;
     if (mono) return true;
-    const int cw = st.layout == Layout::k420 || st.layout == Layout::k422 ? st.cols / 2 : st.cols;
-    const int ch = st.layout == Layout::k420 || st.layout == Layout::k1x2 ? st.rows / 2 : st.rows;
     for (int c = 1; c < 3; ++c) {
         ScanComponent& s = st.planes[c];
         uint8_t* start = base + p0 * r0 + (c - 1) * pc * rc;

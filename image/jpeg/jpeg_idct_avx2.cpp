@@ -51,19 +51,21 @@ inline void TransformRows256(const __m128i in[8], __m128i out[8]) {
     x4 = _mm256_srai_epi32(
         _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(x4, x5), k181), r128), 8);
 
+    // Each result is narrowed as soon as it exists, so few 256-bit values
+    // stay live at once (fewer spills).
     constexpr int kShift = kColumn ? 14 : 8;
-    const __m256i r[8] = {
-        _mm256_srai_epi32(_mm256_add_epi32(x7, x1), kShift),
-        _mm256_srai_epi32(_mm256_add_epi32(x3, x2), kShift),
-        _mm256_srai_epi32(_mm256_add_epi32(x0, x4), kShift),
-        _mm256_srai_epi32(_mm256_add_epi32(x8, x6), kShift),
-        _mm256_srai_epi32(_mm256_sub_epi32(x8, x6), kShift),
-        _mm256_srai_epi32(_mm256_sub_epi32(x0, x4), kShift),
-        _mm256_srai_epi32(_mm256_sub_epi32(x3, x2), kShift),
-        _mm256_srai_epi32(_mm256_sub_epi32(x7, x1), kShift),
+    auto narrow = [](__m256i v) {
+        v = _mm256_srai_epi32(v, kShift);
+        return _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     };
-    for (int i = 0; i < 8; ++i)
-        out[i] = _mm_packs_epi32(_mm256_castsi256_si128(r[i]), _mm256_extracti128_si256(r[i], 1));
+    out[0] = narrow(_mm256_add_epi32(x7, x1));
+    out[7] = narrow(_mm256_sub_epi32(x7, x1));
+    out[1] = narrow(_mm256_add_epi32(x3, x2));
+    out[6] = narrow(_mm256_sub_epi32(x3, x2));
+    out[2] = narrow(_mm256_add_epi32(x0, x4));
+    out[5] = narrow(_mm256_sub_epi32(x0, x4));
+    out[3] = narrow(_mm256_add_epi32(x8, x6));
+    out[4] = narrow(_mm256_sub_epi32(x8, x6));
 }
 
 void ReconstructBlock_avx2(int16_t* block, const uint16_t* quant, uint8_t* dst, ptrdiff_t pitch) {

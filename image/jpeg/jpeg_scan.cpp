@@ -160,8 +160,11 @@ void AcRefine(BitSource& bs, int16_t* blk, const FastHuffman& ac, int ss, int se
 
 }  // namespace
 
-bool DecodeBlockFast(BitSource& bs, int16_t* blk, const FastHuffman& dc, const FastHuffman& ac,
+bool DecodeBlockFast(BitSource& source, int16_t* blk, const FastHuffman& dc, const FastHuffman& ac,
                      int16_t* predictor, bool* dcOnly) {
+    // A local copy keeps the bit buffer in registers across the coefficient
+    // stores, which the compiler could not prove independent of it.
+    BitSource bs = source;
     *predictor = static_cast<int16_t>(*predictor + DecodeDcDiff(bs, dc));
     blk[0] = *predictor;
     const uint8_t* zz = ZigZag();
@@ -191,6 +194,7 @@ bool DecodeBlockFast(BitSource& bs, int16_t* blk, const FastHuffman& dc, const F
         }
     }
     *dcOnly = only;
+    source = bs;
     return !bs.error;
 }
 
