@@ -201,15 +201,17 @@ int CNGifCodec::Encode(CNCodecBuffer* output) {
     output->SetDataSize(0);
 
     ncb::gif::LzwEncodeTable table;
-    HeapBlock<uint32_t> entries;
+    HeapBlock<uint16_t> entries;
+    HeapBlock<uint32_t> filled;
     HeapBlock<NDataStreamBufferInfoTag> chain;
     HeapBlock<int> rows;
-    if (!entries.Allocate(ncb::gif::kLzwTableEntries) || !chain.Allocate(room / 256 + 2) ||
-        !rows.Allocate(static_cast<size_t>(m_nScreenHeight))) {
+    if (!entries.Allocate(ncb::gif::kLzwTableEntries) || !filled.Allocate(4096) ||
+        !chain.Allocate(room / 256 + 2) || !rows.Allocate(static_cast<size_t>(m_nScreenHeight))) {
         return 0;
     }
-    std::memset(entries.p, 0, sizeof(uint32_t) * ncb::gif::kLzwTableEntries);
+    std::memset(entries.p, 0xFF, sizeof(uint16_t) * ncb::gif::kLzwTableEntries);
     table.entries = entries.p;
+    table.filled = filled.p;
 
     NDataStreamBufferInfoTag whole{file, static_cast<int32_t>(room)};
     CNWriteByteStream bytes;

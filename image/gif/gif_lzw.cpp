@@ -9,11 +9,11 @@
 // is taken as a clear (the encoders we write for, ours included, put one
 // there).
 //
-// Encoding looks strings up in a direct (prefix, index) table instead of a
-// hash, with generation-stamped entries so that a table reset costs nothing.
-// Rows are as wide as the palette (1 << bits entries), so a frame of few
-// colours walks a table small enough to stay in cache; 256 colours use all
-// 4 MiB.
+// Encoding looks strings up in a direct (prefix, index) table of 16-bit
+// codes instead of a hash; a reset clears only the places filled since the
+// last one. Rows are as wide as the palette (1 << bits entries), so a frame
+// of few colours walks a table small enough to stay in cache (32 colours:
+// one cache line per prefix); 256 colours use all 2 MiB.
 // The widths follow the same rule as the decoder, and when the table is
 // full after the last code a clear goes before the end code, so that the
 // decoder above and every other one agree on where the end code lies.
@@ -120,11 +120,9 @@ LzwDecodeResult DecodeLzw(NDataStreamBufferInfoTag* chain, int chainCount, int m
 
 namespace {
 
-void NewGeneration(LzwEncodeTable* table) {
-    if (++table->generation > 0xFFFF) {
-        std::memset(table->entries, 0, sizeof(uint32_t) * kLzwTableEntries);
-        table->generation = 1;
-    }
+void ResetTable(LzwEncodeTable* table) {
+    for (int i = 0; i < table->filledCount; ++i) table->entries[table->filled[i]] = 0xFFFF;
+    table->filledCount = 0;
 }
 
 }  // namespace
@@ -141,9 +139,9 @@ void EncodeLzw(const uint8_t* pixels, int width, const int* rowOrder, int height
         if (nextFree == (1 << codeWidth) && codeWidth < 12) ++codeWidth;
     };
 
-    NewGeneration(table);
-    uint32_t generation = table->generation << 16;
-    uint32_t* entries = table->entries;
+    ResetTable(table);
+    uint16_t* entries = table->entries;
+    uint32_t* filled = table->filled;
     emit(clear);
     int prefix = -1;
     for (int i = 0; i < height; ++i) {
@@ -152,19 +150,19 @@ void EncodeLzw(const uint8_t* pixels, int width, const int* rowOrder, int height
         if (prefix < 0) prefix = static_cast<int>(row[x++] & mask);
         for (; x < width; ++x) {
             const int p = static_cast<int>(row[x] & mask);
-            uint32_t& e = entries[(prefix << bits) + p];
-            if ((e & 0xFFFF0000u) == generation) {
-                prefix = static_cast<int>(e & 0xFFFF);
+            const uint32_t place = static_cast<uint32_t>(prefix << bits) + static_cast<uint32_t>(p);
+            if (entries[place] != 0xFFFF) {
+                prefix = entries[place];
                 continue;
             }
             emit(prefix);
             grow();
             if (nextFree < 4096) {
-                e = generation | static_cast<uint32_t>(nextFree++);
+                entries[place] = static_cast<uint16_t>(nextFree++);
+                filled[table->filledCount++] = place;
             } else {
                 emit(clear);
-                NewGeneration(table);
-                generation = table->generation << 16;
+                ResetTable(table);
                 codeWidth = bits + 1;
                 nextFree = clear + 2;
             }

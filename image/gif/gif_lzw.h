@@ -24,11 +24,12 @@ LzwDecodeResult DecodeLzw(NDataStreamBufferInfoTag* chain, int chainCount, int m
                           uint8_t* out, int64_t capacity);
 
 // The table the encoder looks strings up in: 4096 prefixes x (1 << bits)
-// indices (at most 256), each entry (generation << 16) | code, so that a
-// reset is a new generation rather than a clear of 4 MiB.
+// indices (at most 256) of 16-bit codes, 0xFFFF for none. The places filled
+// since the last reset are listed, so a reset clears only those.
 struct LzwEncodeTable {
-    uint32_t* entries = nullptr;  // 4096 x 256
-    uint32_t generation = 0;
+    uint16_t* entries = nullptr;  // kLzwTableEntries, all 0xFFFF between uses
+    uint32_t* filled = nullptr;   // 4096 places
+    int filledCount = 0;
 };
 inline constexpr int kLzwTableEntries = 4096 * 256;
 
