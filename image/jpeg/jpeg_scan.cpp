@@ -160,11 +160,12 @@ void AcRefine(BitSource& bs, int16_t* blk, const FastHuffman& ac, int ss, int se
 
 }  // namespace
 
-bool DecodeBlockFast(BitSource& source, int16_t* blk, const FastHuffman& dc, const FastHuffman& ac,
-                     int16_t* predictor, bool* dcOnly) {
-    // A local copy keeps the bit buffer in registers across the coefficient
-    // stores, which the compiler could not prove independent of it.
-    BitSource bs = source;
+namespace {
+
+inline __attribute__((always_inline)) bool DecodeBlockInline(BitSource& bs, int16_t* blk,
+                                                             const FastHuffman& dc,
+                                                             const FastHuffman& ac,
+                                                             int16_t* predictor, bool* dcOnly) {
     *predictor = static_cast<int16_t>(*predictor + DecodeDcDiff(bs, dc));
     blk[0] = *predictor;
     const uint8_t* zz = ZigZag();
@@ -194,11 +195,23 @@ bool DecodeBlockFast(BitSource& source, int16_t* blk, const FastHuffman& dc, con
         }
     }
     *dcOnly = only;
-    source = bs;
     return !bs.error;
 }
 
-bool DecodeBaselineScan(BitSource& bs, ScanSetup& scan) {
+}  // namespace
+
+bool DecodeBlockFast(BitSource& source, int16_t* blk, const FastHuffman& dc, const FastHuffman& ac,
+                     int16_t* predictor, bool* dcOnly) {
+    // A local copy keeps the bit buffer in registers across the coefficient
+    // stores, which the compiler could not prove independent of it.
+    BitSource bs = source;
+    const bool ok = DecodeBlockInline(bs, blk, dc, ac, predictor, dcOnly);
+    source = bs;
+    return ok;
+}
+
+bool DecodeBaselineScan(BitSource& source, ScanSetup& scan) {
+    BitSource bs = source;  // in registers for the whole scan
     int16_t pred[3] = {0, 0, 0};
     int16_t* blk = scan.block;
     const ReconstructFn reconstruct = scan.kernels->reconstruct;
@@ -207,7 +220,7 @@ bool DecodeBaselineScan(BitSource& bs, ScanSetup& scan) {
         [&](int c, int bx, int by) {
             const ScanComponent& sc = scan.comp[c];
             bool dcOnly;
-            const bool good = DecodeBlockFast(bs, blk, *sc.dc, *sc.ac, &pred[c], &dcOnly);
+            const bool good = DecodeBlockInline(bs, blk, *sc.dc, *sc.ac, &pred[c], &dcOnly);
             uint8_t* dst = sc.plane + by * sc.blockRowStride + bx * 8;
             if (dcOnly)
                 ReconstructDcOnly(blk, sc.quant, dst, sc.storePitch);
@@ -220,10 +233,12 @@ bool DecodeBaselineScan(BitSource& bs, ScanSetup& scan) {
             pred[0] = pred[1] = pred[2] = 0;
         });
     if (!ok) std::memset(blk, 0, 64 * sizeof(int16_t));
+    source = bs;
     return ok && !bs.error && !bs.Overrun();
 }
 
-bool DecodeProgressiveScan(BitSource& bs, ScanSetup& scan) {
+bool DecodeProgressiveScan(BitSource& source, ScanSetup& scan) {
+    BitSource bs = source;  // in registers for the whole scan
     int16_t pred[3] = {0, 0, 0};
     int eobrun = 0;
     const int ss = scan.ss, se = scan.se, ah = scan.ah, al = scan.al;
@@ -251,6 +266,7 @@ bool DecodeProgressiveScan(BitSource& bs, ScanSetup& scan) {
             pred[0] = pred[1] = pred[2] = 0;
             eobrun = 0;
         });
+    source = bs;
     return ok && !bs.error && !bs.Overrun();
 }
 
