@@ -10,7 +10,9 @@ bool DemoBuffers(const DemoContext& context, std::string* error);  // buffers.tx
 bool DemoFormats(const DemoContext& context, std::string* error);  // formats.txt
 bool DemoAudio(const DemoContext& context, std::string* error);    // audio.txt, audio_sweep*.wav
 bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
-bool DemoColour(const DemoContext& context, std::string* error);   // colour.txt, colour_strip.png
+// gif.txt, gif_animation.gif, gif_frame0.png
+bool DemoGif(const DemoContext& context, std::string* error);
+bool DemoColour(const DemoContext& context, std::string* error);  // colour.txt, colour_strip.png
 // composite.txt, composite.png, composite_small.png, composite_large.png
 bool DemoComposite(const DemoContext& context, std::string* error);
 bool DemoPlay(const DemoContext& context, std::string* error);  // play.txt, play_capture.wav

@@ -84,5 +84,14 @@ TEST(GifCli, ConvertSaysWhenTheGifWouldPassOneMebibyte) {
     EXPECT_NE(out.find("1 MiB"), std::string::npos) << out;
 }
 
+TEST(GifCli, DemoStepWritesAnAnimationInfoReads) {
+    const std::string dir = ScratchDir();
+    std::string out;
+    ASSERT_EQ(0, Ncodec("demo --step gif --out " + Quoted(dir), &out)) << out;
+    ASSERT_EQ(0, Ncodec("info " + Quoted(dir + "/gif_animation.gif"), &out)) << out;
+    EXPECT_NE(out.find("frames: 24"), std::string::npos) << out;
+    EXPECT_NE(out.find("total delay: 1440 ms"), std::string::npos) << out;
+}
+
 }  // namespace
 }  // namespace ncbtest::gif
