@@ -84,9 +84,24 @@ class NCB_API CNJpegCodec {
                       int kernelSelect);
 
     // Compresses the planar picture at `pixels` (Y800, 4:2:0, 4:2:2 or 4:4:4,
-    // addressed with inFormat's padding words) into a baseline JFIF stream in
-    // `output`, at quality 0, 1 or 2 with the standard Huffman tables.
-    // outFormat receives the JPEG descriptor. 1 on success.
+    // FORMAT_FLAG_SWAPPED honoured, addressed with inFormat's padding words)
+    // into a baseline JFIF 1.02 stream in `output`, with the standard Huffman
+    // tables and the quantisation tables of `quality`: 0 the standard's
+    // example tables, 1 those halved, 2 halved and capped at 8 (finest).
+    // The image is nRectRight x nRectBottom pixels from the picture origin.
+    // Edge blocks read pixels beyond the rectangle up to the width rounded to
+    // 8 (grey, 4:4:4) or 16 (4:2:0, 4:2:2) and the height rounded to 8 (16
+    // for 4:2:0): the caller's planes must cover that area.
+    // output: re-allocated to the raw picture size (nWidth x nHeight planes)
+    // plus 1024 bytes, which a picture that does not compress (noise at
+    // quality 2) can overflow; data size = stream length on success, 0 when
+    // the room ran out (refusals leave output untouched). outFormat: the JPEG
+    // descriptor, written on success only.
+    // kernelSelect 0, 1, 2: equivalent kernels.
+    // Refused with 0: other format codes, quality or kernelSelect outside
+    // 0..2, a rectangle whose left or top is not 0, that is empty, larger than
+    // the picture or than 65535, negative padding words, and null arguments.
+    // 1 on success.
     static int Encode(VideoFormatInfoTag* inFormat, VideoFormatInfoTag* outFormat,
                       unsigned char* pixels, CNCodecBuffer* output, int quality, int kernelSelect);
 

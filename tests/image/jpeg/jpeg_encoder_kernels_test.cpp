@@ -30,8 +30,8 @@ struct BlockCase {
 };
 
 void RunForward(BlockCase& c, ncb::jpeg::ForwardQuantFn fn) {
-    c.zeros.As<int32_t>()[0] = fn(c.src.Data(), c.src.Pitch(), c.recip.As<int16_t>(),
-                                  c.out.As<int16_t>());
+    c.zeros.As<int32_t>()[0] =
+        fn(c.src.Data(), c.src.Pitch(), c.recip.As<int16_t>(), c.out.As<int16_t>());
 }
 
 TEST(JpegEncoderKernels, ForwardQuantMatchesTwinAtEveryLevel) {
@@ -125,7 +125,10 @@ void ExpectCodes(const std::array<uint8_t, 16>& counts, const std::array<uint8_t
     for (int len = 1; len <= 16; ++len) {
         for (int i = 0; i < counts[len - 1]; ++i, ++k, ++code) {
             const int s = symbols[k];
-            const int index = !ac ? s : s == 0 ? 160 : s == 0xF0 ? 161 : (s >> 4) * 10 + (s & 15) - 1;
+            const int index = !ac         ? s
+                              : s == 0    ? 160
+                              : s == 0xF0 ? 161
+                                          : (s >> 4) * 10 + (s & 15) - 1;
             EXPECT_EQ(entries[index] & 15, static_cast<T>(len - 1)) << "symbol " << s;
             EXPECT_EQ(entries[index] >> 4, code) << "symbol " << s;
             ++seen;
@@ -154,20 +157,29 @@ TEST(JpegEncoderKernels, HuffmanCodesAreTheStandardTables) {
 
 TEST(JpegEncoderKernels, ReciprocalsMatchTheDqtBytes) {
     using C = CNJpegCodec;
-    const std::array<uint8_t, 64>* dqt[6] = {
-        &C::s_uStreamQuantMatrixY,           &C::s_uStreamQuantMatrixUV,
-        &C::s_uStreamQuantMatrixYQuality,    &C::s_uStreamQuantMatrixUVQuality,
-        &C::s_uStreamQuantMatrixYQualityHigh, &C::s_uStreamQuantMatrixUVQualityHigh};
-    const std::array<int16_t, 64>* recip[6] = {
-        &C::s_uQuantMatrixAsmY,           &C::s_uQuantMatrixAsmUV,
-        &C::s_uQuantMatrixAsmYQuality,    &C::s_uQuantMatrixAsmUVQuality,
-        &C::s_uQuantMatrixAsmYQualityHigh, &C::s_uQuantMatrixAsmUVQualityHigh};
+    const std::array<uint8_t, 64>* dqt[6] = {&C::s_uStreamQuantMatrixY,
+                                             &C::s_uStreamQuantMatrixUV,
+                                             &C::s_uStreamQuantMatrixYQuality,
+                                             &C::s_uStreamQuantMatrixUVQuality,
+                                             &C::s_uStreamQuantMatrixYQualityHigh,
+                                             &C::s_uStreamQuantMatrixUVQualityHigh};
+    const std::array<int16_t, 64>* recip[6] = {&C::s_uQuantMatrixAsmY,
+                                               &C::s_uQuantMatrixAsmUV,
+                                               &C::s_uQuantMatrixAsmYQuality,
+                                               &C::s_uQuantMatrixAsmUVQuality,
+                                               &C::s_uQuantMatrixAsmYQualityHigh,
+                                               &C::s_uQuantMatrixAsmUVQualityHigh};
     for (int t = 0; t < 6; ++t) {
         for (int k = 0; k < 64; ++k) {
             const int q = (*dqt[t])[k];
             const int at = C::s_uJpegZigZagReserveScanTable[k];
             EXPECT_EQ((*recip[t])[at], std::lround(65536.0 / q)) << "table " << t << " k " << k;
-            if (t >= 2) EXPECT_EQ(q, std::min<int>((*dqt[t - 2])[k] / 2, t >= 4 ? 8 : 255));
+            // Level 1 halves level 0 (rounding down); level 2 caps level 1 at 8.
+            if (t >= 2 && t < 4) {
+                EXPECT_EQ(q, (*dqt[t - 2])[k] / 2);
+            } else if (t >= 4) {
+                EXPECT_EQ(q, std::min<int>((*dqt[t - 2])[k], 8));
+            }
         }
     }
     EXPECT_EQ(C::s_uStreamQuantMatrixY[0], 16);  // Table K.1 starts 16, 11, 12
@@ -229,13 +241,30 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         // Luma: EOB 1010; (0,1) 00; ZRL 11111111001; (1,1) 1100; (15,1) 1111111111110101.
         RunCase{"empty", 0, 0, false, "001010"},
-        RunCase{"first", 1, 1, false, "00" "001" "1010"},
-        RunCase{"negative", 1, -1, false, "00" "000" "1010"},
-        RunCase{"sixteenZeros", 17, 1, false, "00" "11111111001" "001" "1010"},
-        RunCase{"fifteenZeros", 16, 1, false, "00" "1111111111110101" "1"  "1010"},
-        RunCase{"fullNoEob", -1, 1, false, ""},
-        RunCase{"chromaEob", 0, 0, true, "0000"},
-        RunCase{"chromaZrl", 17, -3, true, "00" "1111111010" "10000" "00"}),
+        RunCase{"first", 1, 1, false,
+                "00"
+                "001"
+                "1010"},
+        RunCase{"negative", 1, -1, false,
+                "00"
+                "000"
+                "1010"},
+        RunCase{"sixteenZeros", 17, 1, false,
+                "00"
+                "11111111001"
+                "001"
+                "1010"},
+        RunCase{"fifteenZeros", 16, 1, false,
+                "00"
+                "1111111111110101"
+                "1"
+                "1010"},
+        RunCase{"fullNoEob", -1, 1, false, ""}, RunCase{"chromaEob", 0, 0, true, "0000"},
+        RunCase{"chromaZrl", 17, -3, true,
+                "00"
+                "1111111010"
+                "10000"
+                "00"}),
     [](const testing::TestParamInfo<RunCase>& info) { return info.param.name; });
 
 }  // namespace
