@@ -14,6 +14,7 @@
 // fail with error 10, or a later rebuild fatal.
 #include <cstring>
 
+#include "base/audio_format.h"
 #include "ncodecbase/audio_processor.h"
 #include "ncodecbase/helper.h"
 #include "platform/kernel/heap.h"
@@ -306,31 +307,17 @@ int CNAudioRender::GetCurrentInputFormatInfo(CNCodecBase::AudioFormatInfoTag* la
 }
 
 int CNAudioRender::CheckAudioFormatInfo(CNCodecBase::AudioFormatInfoTag* f) {
-    if (!f) return 0;
-    if (f->nCodecType != AUDIO_TYPE_PCM || f->nCodecSubType != AUDIO_FORMAT_PCM) return 0;
-    if (f->nSampleRate < 4000 || f->nSampleRate > 192000) return 0;
-    if (f->nBitsPerSample != 8 && f->nBitsPerSample != 16 && f->nBitsPerSample != 24) return 0;
-    return (f->nSpeakerInfo & AUDIO_SPEAKER_MASK_RENDER) != 0 ? 1 : 0;
+    return f && ncb::IsRenderableAudioFormat(*f) ? 1 : 0;
 }
-
-namespace {
-
-bool JointStereo(const CNCodecBase::AudioFormatInfoTag& f) {
-    const int s = RenderSpeakers(f.nSpeakerInfo);
-    return s == 2 && f.nChannels - s == 0 && f.nBitsPerSample == 16 &&
-           (f.nFormatFlags & AUDIO_FLAG_JOINT_STEREO) != 0;
-}
-
-}  // namespace
 
 void CNAudioRender::CalcPostProcessConfigFull() {
     const CNCodecBase::AudioFormatInfoTag* f = FormatAt(m_nCurrentFormat);
     const PlayConfigInfoTag& c = m_stActiveConfig;
-    m_nWorkingRate = f ? f->nSampleRate - f->nSampleRate % 25 : 0;
+    m_nWorkingRate = f ? ncb::WorkingSampleRate(*f) : 0;
     m_nBits = f ? f->nBitsPerSample : 0;
-    m_nSpeakers = f ? RenderSpeakers(f->nSpeakerInfo) : 0;
-    m_nExtra = f ? f->nChannels - m_nSpeakers : 0;
-    m_nJoint = f && JointStereo(*f) ? 1 : 0;
+    m_nSpeakers = f ? ncb::RenderSpeakerCount(*f) : 0;
+    m_nExtra = f ? ncb::ExtraChannelCount(*f) : 0;
+    m_nJoint = f && ncb::IsJointStereo(*f) ? 1 : 0;
     m_nEqualizerOn = (c.nFlags & kFlagEqualizer) ? 1 : 0;
     m_nTempoOn = 0;
     m_nEffectiveRate = m_nWorkingRate;
@@ -356,9 +343,9 @@ int CNAudioRender::CompareAudioFormatInfo(int index) {
     if (index == m_nCurrentFormat) return 0;
     const CNCodecBase::AudioFormatInfoTag* f = FormatAt(index);
     if (!f) return 1;
-    if (f->nSampleRate - f->nSampleRate % 25 != m_nWorkingRate) return 1;
+    if (ncb::WorkingSampleRate(*f) != m_nWorkingRate) return 1;
     if ((f->nSpeakerInfo & AUDIO_SPEAKER_MASK_RENDER) != m_nOutputMask) return 1;
-    if (m_nJoint && !JointStereo(*f)) return 1;
+    if (m_nJoint && !ncb::IsJointStereo(*f)) return 1;
     if (f->nBitsPerSample != 8 && f->nBitsPerSample != 16 && f->nBitsPerSample != 24) return 1;
     m_nBits = f->nBitsPerSample;
     m_nExtra = f->nChannels - m_nSpeakers;

@@ -42,11 +42,6 @@ constexpr int kErrorChain = 10;
 constexpr uint64_t kHighForward = 1ull << 32;
 constexpr uint64_t kHighReverse = 0xFFFFFFFEull << 32;
 
-// Speaker count of the render: set bits among the low six mask bits.
-inline int RenderSpeakers(int mask) {
-    return __builtin_popcount(static_cast<unsigned>(mask) & 0x3F);
-}
-
 }  // namespace ncb::render_audio
 
 // The binary payload of one input-queue record.
