@@ -33,7 +33,8 @@ int BlendBytes_avx2(const uint8_t* src, uint8_t* dst, int a, int bytes) {
     const __m256i vna = _mm256_set1_epi16(static_cast<int16_t>(128 - a));
     int x = 0;
     for (; x + 32 <= bytes; x += 32)
-        Store256<false>(dst + x, Blend(Load256<false>(src + x), Load256<false>(dst + x), va, vna, va, vna));
+        Store256<false>(dst + x,
+                        Blend(Load256<false>(src + x), Load256<false>(dst + x), va, vna, va, vna));
     return x;
 }
 
@@ -47,7 +48,7 @@ int BlendPixelAlpha_avx2(const uint8_t* src, uint8_t* dst, int width) {
         a = _mm256_or_si256(a, _mm256_slli_epi32(a, 16));
         const __m256i aLo = _mm256_unpacklo_epi32(a, a), aHi = _mm256_unpackhi_epi32(a, a);
         Store256<false>(dst + 4 * x, Blend(s, d, aLo, _mm256_sub_epi16(c128, aLo), aHi,
-                                       _mm256_sub_epi16(c128, aHi)));
+                                           _mm256_sub_epi16(c128, aHi)));
     }
     return x;
 }
