@@ -23,7 +23,6 @@ namespace {
 using ncbtest::TestFrame;
 using VP = CNVideoProcessor;
 
-
 void FillRandom(TestFrame& f, std::mt19937& rng) {
     for (auto& b : f.bytes) b = static_cast<uint8_t>(rng());
 }
