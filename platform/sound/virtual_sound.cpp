@@ -548,6 +548,18 @@ void VirtualSoundSystem::ClearCapture(int device) {
     d->truncated = false;
 }
 
+bool VirtualSoundSystem::ReserveCapture(int device, size_t bytes) {
+    Guard guard(m_mutex);
+    Device* d = DeviceAt(device);
+    if (!d) return false;
+    if (bytes <= d->captureCapacity) return true;
+    auto* grown = static_cast<uint8_t*>(HeapRealloc(d->capture, bytes));
+    if (!grown) return false;
+    d->capture = grown;
+    d->captureCapacity = bytes;
+    return true;
+}
+
 bool VirtualSoundSystem::CaptureTruncated(int device) {
     Guard guard(m_mutex);
     Device* d = DeviceAt(device);

@@ -100,6 +100,9 @@ class VirtualSoundSystem final : public SoundSystem {
     // Copies up to `bytes` from `offset`; returns the number copied.
     size_t ReadCapture(int device, size_t offset, void* out, size_t bytes);
     void ClearCapture(int device);
+    // Makes room for `bytes` of capture up front, so recording allocates
+    // nothing until then (for tests that make every allocation fail).
+    bool ReserveCapture(int device, size_t bytes);
     // True once memory ran out while recording (the capture is then short).
     bool CaptureTruncated(int device);
     VirtualBufferState GetBufferState(int device);

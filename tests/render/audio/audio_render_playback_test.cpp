@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/kernel/fault.h"
 #include "tests/render/audio/render_harness.h"
 
 namespace ncbtest::render_audio {
@@ -381,6 +382,94 @@ INSTANTIATE_TEST_SUITE_P(Calls, RenderFatal,
                                            FatalCall{"SetCurrentPosition",
                                                      nplat::SoundCall::kSetCurrentPosition}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace ncbtest::render_audio
+
+namespace ncbtest::render_audio {
+namespace {
+
+// ---- Silence pad and real-time discipline ----
+
+TEST_F(RenderPlayback, SilencePadKeepsALateWakeUpFromReplayingOldAudio) {
+    OpenRender(Format(kRate, 1, 0x4));
+    const auto audio = Signal(kRate * 2, 1, 4);  // longer than the ring: old audio lies ahead
+    Append16(audio, 1, 0);
+    render_.Play();
+    Settle();
+    CNAudioRender::StatInfoTag st{};
+    do {
+        Step(10);
+        render_.GetStatInfo(&st);
+    } while (st.nBufferedTime > 100);
+    // One late wake-up: the cursor runs 40 ms past the end of the audio.
+    clock_.Advance(static_cast<uint64_t>(st.nBufferedTime) + 40);
+    const auto cap = Capture();
+    ASSERT_GE(cap.size(), audio.size() + kRate * 40 / 1000 - 1);
+    EXPECT_TRUE(std::equal(audio.begin(), audio.end(), cap.begin()));
+    for (size_t i = audio.size(); i < cap.size(); ++i) ASSERT_EQ(cap[i], 0) << i;
+    Settle();
+}
+
+struct RealTimeCase {
+    const char* name;
+    int flags;
+    int speed;
+    nplat::DWORD maxRate;
+    int formatFlags;
+};
+
+class RenderRealTime : public RenderHarness, public ::testing::WithParamInterface<RealTimeCase> {};
+
+// Once playing, the render thread needs no memory: with every library
+// allocation failing it still plays the whole stream.
+TEST_P(RenderRealTime, PlaysToTheEndWithEveryAllocationFailing) {
+    const RealTimeCase c = GetParam();
+    nplat::VirtualDeviceConfig d;
+    d.maxRate = c.maxRate;
+    sound_.SetDevices(&d, 1);
+    ASSERT_EQ(render_.Init(), 1);
+    CNAudioRender::PlayConfigInfoTag config{};
+    config.nSize = 116;
+    config.nFlags = c.flags;
+    config.nVolume = 200;
+    config.nSpeed = c.speed;
+    config.nEqualizerBands = 3;
+    for (int b = 0; b < 3; ++b) {
+        config.nEqualizerFreq[b] = 250 << (2 * b);
+        config.fEqualizerGain[b] = 0.5f + b * 0.4f;
+    }
+    ASSERT_EQ(CNAudioRender::CheckPlayConfig(&config), 1);
+    render_.SetPlayConfig(&config);
+    status_ = NCreateEvent(0, 0);
+    auto f = Format(kRate, 2, 0x3, 16, c.formatFlags);
+    ASSERT_EQ(render_.Open(nullptr, 0, &f, nullptr, status_, 0, 0), 1);
+    Settle();
+    for (int b = 0; b < 40; ++b) Append16(Signal(kRate / 20, 2, b), 2, b * 50);
+    render_.AppendBuffer(nullptr);
+    ASSERT_TRUE(sound_.ReserveCapture(0, 16 << 20));
+    {
+        nplat::fault::Scope noMemory(nplat::fault::Kind::kHeap, 0, 1 << 30);
+        render_.Play();
+        Settle();
+        for (int t = 0; t < 6000 && State() == 1; t += 10) Step(10);
+    }
+    EXPECT_EQ(State(), 4);
+    EXPECT_FALSE(sound_.CaptureTruncated(0));
+    EXPECT_GT(Capture().size(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Chains, RenderRealTime,
+    ::testing::Values(RealTimeCase{"Direct", 0, 25, 200000, 0},
+                      RealTimeCase{"DirectVolumeLeft", 0x05, 25, 200000, 0},
+                      RealTimeCase{"Equalizer", 0x08, 25, 200000, 0},
+                      RealTimeCase{"EqualizerJoint", 0x08, 25, 200000, AUDIO_FLAG_JOINT_STEREO},
+                      RealTimeCase{"TempoSlow", 0x10, 15, 200000, 0},
+                      RealTimeCase{"TempoFastJoint", 0x10, 60, 200000, AUDIO_FLAG_JOINT_STEREO},
+                      RealTimeCase{"Resample", 0, 25, 44100, 0},
+                      RealTimeCase{"EverythingJoint", 0x1C, 40, 44100, AUDIO_FLAG_JOINT_STEREO}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace ncbtest::render_audio
