@@ -1,14 +1,16 @@
 // MCU walk and block Huffman coding of the JPEG encoder.
 //
-// Each Huffman code and the magnitude bits that follow it leave in one
-// write (at most 16 + 11 bits), so the bit writer's per-call work is paid
-// once per coefficient. The AC walk first gathers the zig-zag sequence and a
-// mask of its non-zero positions, then visits only those: runs come from
-// bit counts instead of a branch per coefficient.
+// Each Huffman code and the magnitude bits that follow it form one field (at
+// most 16 + 11 bits) in a local accumulator that reaches the bit writer a
+// word at a time. The AC walk visits only the non-zero coefficients: the
+// transform kernel reports them as a mask in block order, eight table
+// look-ups turn it into zig-zag order, and runs of zeros come from bit
+// positions instead of a test per coefficient.
 //
 // Not here: restart markers (never written), headers, validation.
 #include "image/jpeg/jpeg_encoder_scan.h"
 
+#include <array>
 #include <bit>
 
 #include "ncodecbase/jpeg_codec.h"
@@ -20,64 +22,97 @@ namespace {
 constexpr int kEob = 160;
 constexpr int kZrl = 161;
 
-// Code entry plus `size` magnitude bits of v (one's complement when
-// negative), as one write.
-inline void WriteCoded(CNWriteBitStream* bits, uint32_t entry, int value, int size) {
-    const int length = static_cast<int>(entry & 15) + 1;
-    const uint32_t code = entry >> 4;
-    const uint32_t magnitude =
-        static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1u << size) - 1);
-    bits->WriteBitsUint32((code << size) | magnitude, length + size);
+// For byte b of a block-order mask, the same bits at their zig-zag positions.
+using ZigZagMaskTable = std::array<std::array<uint64_t, 256>, 8>;
+
+const ZigZagMaskTable& ZigZagMasks() {
+    static const ZigZagMaskTable table = [] {
+        std::array<int, 64> zigzagOf{};
+        for (int k = 0; k < 64; ++k) zigzagOf[CNJpegCodec::s_uJpegZigZagReserveScanTable[k]] = k;
+        ZigZagMaskTable t{};
+        for (int b = 0; b < 8; ++b)
+            for (int m = 0; m < 256; ++m)
+                for (int j = 0; j < 8; ++j)
+                    if (m & (1 << j)) t[b][m] |= uint64_t{1} << zigzagOf[8 * b + j];
+        return t;
+    }();
+    return table;
 }
 
-inline void WriteEntry(CNWriteBitStream* bits, uint32_t entry) {
-    bits->WriteBitsUint32(entry >> 4, static_cast<int>(entry & 15) + 1);
+inline uint64_t ToZigZag(uint64_t mask, const ZigZagMaskTable& t) {
+    uint64_t z = 0;
+    for (int b = 0; b < 8; ++b) z |= t[b][(mask >> (8 * b)) & 0xFF];
+    return z;
+}
+
+inline void PutEntry(HuffmanSink* sink, uint32_t entry) {
+    sink->Put(entry >> 4, static_cast<int>(entry & 15) + 1);
+}
+
+// Code entry plus `size` magnitude bits of v (one's complement when
+// negative), as one field.
+inline void PutCoded(HuffmanSink* sink, uint32_t entry, int value, int size) {
+    const uint32_t magnitude =
+        static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1u << size) - 1);
+    sink->Put(((entry >> 4) << size) | magnitude, static_cast<int>(entry & 15) + 1 + size);
 }
 
 inline int SizeOf(int value) {
     return CNJpegCodec::s_uCoeffSizeTable[static_cast<unsigned>(value < 0 ? -value : value)];
 }
 
-}  // namespace
-
-void EncodeOneCoeffMatrix(const int16_t* block, int zeros, const EncodeComponent& component,
-                          int16_t* predictor, CNWriteBitStream* bits) {
+inline void CodeBlock(const int16_t* block, uint64_t nonZero, const EncodeComponent& component,
+                      int16_t* predictor, HuffmanSink* sink, const ZigZagMaskTable& masks) {
     const auto diff = static_cast<int16_t>(block[0] - *predictor);
     *predictor = block[0];
     if (diff == 0) {
-        WriteEntry(bits, component.dcCodes[0]);
+        PutEntry(sink, component.dcCodes[0]);
     } else {
         const int size = SizeOf(diff);
-        WriteCoded(bits, component.dcCodes[size], diff, size);
+        PutCoded(sink, component.dcCodes[size], diff, size);
     }
 
     const uint32_t* ac = component.acCodes;
-    if (zeros + (block[0] != 0) == 64) {
-        WriteEntry(bits, ac[kEob]);
-        return;
-    }
-    const auto& order = CNJpegCodec::s_uJpegZigZagReserveScanTable;
-    int16_t zigzag[64];
-    uint64_t nonZero = 0;
-    for (int k = 1; k < 64; ++k) {
-        zigzag[k] = block[order[k]];
-        nonZero |= static_cast<uint64_t>(zigzag[k] != 0) << k;
-    }
+    uint64_t zigzag = ToZigZag(nonZero & ~uint64_t{1}, masks);
+    const uint8_t* order = CNJpegCodec::s_uJpegZigZagReserveScanTable.data();
     int last = 0;
-    while (nonZero) {
-        const int k = std::countr_zero(nonZero);
-        nonZero &= nonZero - 1;
+    while (zigzag) {
+        const int k = std::countr_zero(zigzag);
+        zigzag &= zigzag - 1;
         int run = k - last - 1;
-        for (; run > 15; run -= 16) WriteEntry(bits, ac[kZrl]);
-        const int value = zigzag[k];
+        for (; run > 15; run -= 16) PutEntry(sink, ac[kZrl]);
+        const int value = block[order[k]];
         const int size = SizeOf(value);
-        WriteCoded(bits, ac[run * 10 + size - 1], value, size);
+        PutCoded(sink, ac[run * 10 + size - 1], value, size);
         last = k;
     }
-    if (last != 63) WriteEntry(bits, ac[kEob]);
+    if (last != 63) PutEntry(sink, ac[kEob]);
+}
+
+}  // namespace
+
+void HuffmanSink::Put(uint32_t code, int length) {
+    held_ = (held_ << length) | code;
+    count_ += length;
+    if (count_ >= 32) {
+        count_ -= 32;
+        bits_->WriteBitsUint32(static_cast<uint32_t>(held_ >> count_), 32);
+    }
+}
+
+void HuffmanSink::Flush() {
+    if (count_ > 0) bits_->WriteBitsUint32(static_cast<uint32_t>(held_), count_);
+    count_ = 0;
+}
+
+void EncodeOneCoeffMatrix(const int16_t* block, uint64_t nonZero, const EncodeComponent& component,
+                          int16_t* predictor, HuffmanSink* sink) {
+    CodeBlock(block, nonZero, component, predictor, sink, ZigZagMasks());
 }
 
 void EncodeScanData(const EncodeScan& scan, CNWriteBitStream* bits) {
+    const ZigZagMaskTable& masks = ZigZagMasks();
+    HuffmanSink sink(bits);
     alignas(16) int16_t block[64];
     int16_t predictor[3] = {0, 0, 0};
     const int lumaWidth = 8 * scan.lumaBlocksX, lumaHeight = 8 * scan.lumaBlocksY;
@@ -88,19 +123,20 @@ void EncodeScanData(const EncodeScan& scan, CNWriteBitStream* bits) {
                 luma.plane + my * lumaHeight * luma.pitch + mx * static_cast<ptrdiff_t>(lumaWidth);
             for (int by = 0; by < scan.lumaBlocksY; ++by) {
                 for (int bx = 0; bx < scan.lumaBlocksX; ++bx) {
-                    const int zeros = scan.forwardQuant(origin + 8 * by * luma.pitch + 8 * bx,
-                                                        luma.pitch, luma.recip, block);
-                    EncodeOneCoeffMatrix(block, zeros, luma, &predictor[0], bits);
+                    const uint64_t nonZero = scan.forwardQuant(
+                        origin + 8 * by * luma.pitch + 8 * bx, luma.pitch, luma.recip, block);
+                    CodeBlock(block, nonZero, luma, &predictor[0], &sink, masks);
                 }
             }
             for (int c = 1; c < scan.components; ++c) {
                 const EncodeComponent& chroma = scan.component[c];
                 const uint8_t* at = chroma.plane + 8 * my * chroma.pitch + 8 * mx;
-                const int zeros = scan.forwardQuant(at, chroma.pitch, chroma.recip, block);
-                EncodeOneCoeffMatrix(block, zeros, chroma, &predictor[c], bits);
+                const uint64_t nonZero = scan.forwardQuant(at, chroma.pitch, chroma.recip, block);
+                CodeBlock(block, nonZero, chroma, &predictor[c], &sink, masks);
             }
         }
     }
+    sink.Flush();
 }
 
 }  // namespace ncb::jpeg

@@ -32,13 +32,31 @@ struct EncodeScan {
     ForwardQuantFn forwardQuant = nullptr;
 };
 
-// Writes every block of the scan; stops early once the writer reports an
-// error (out of room). The DC predictors start at 0.
+// Huffman codes collect in a local 64-bit register and go to the JPEG-mode
+// bit writer 32 bits at a time, so the writer's per-call bookkeeping (counts,
+// room, stuffing) is paid once per word rather than once per code.
+class HuffmanSink {
+  public:
+    explicit HuffmanSink(CNWriteBitStream* bits) : bits_(bits) {}
+    // Appends `length` (1..32) bits; `code` has no bits above them.
+    void Put(uint32_t code, int length);
+    // Hands the bits still held to the writer.
+    void Flush();
+
+  private:
+    CNWriteBitStream* bits_;
+    uint64_t held_ = 0;  // the last `count_` bits are pending
+    int count_ = 0;      // below 32 between calls
+};
+
+// Writes every block of the scan through a sink of its own, flushed at the
+// end; stops early once the writer reports an error (out of room). The DC
+// predictors start at 0.
 void EncodeScanData(const EncodeScan& scan, CNWriteBitStream* bits);
 
 // Huffman-codes one quantised block (transposed order) whose DC predictor
-// is *predictor; `zeros` is how many of the 64 coefficients are zero.
-void EncodeOneCoeffMatrix(const int16_t* block, int zeros, const EncodeComponent& component,
-                          int16_t* predictor, CNWriteBitStream* bits);
+// is *predictor; `nonZero` has bit i set when block[i] is not 0.
+void EncodeOneCoeffMatrix(const int16_t* block, uint64_t nonZero, const EncodeComponent& component,
+                          int16_t* predictor, HuffmanSink* sink);
 
 }  // namespace ncb::jpeg

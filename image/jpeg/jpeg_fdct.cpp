@@ -77,7 +77,7 @@ void InstallScalar(FdctKernels* k) { k->forwardQuant = ForwardQuant_c; }
 
 }  // namespace
 
-int ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out) {
+uint64_t ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out) {
     int32_t pixels[64], columns[64];
     for (int y = 0; y < 8; ++y)
         for (int x = 0; x < 8; ++x) pixels[8 * y + x] = src[y * pitch + x];
@@ -88,7 +88,7 @@ int ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, in
         for (int v = 0; v < 8; ++v) columns[8 * v + x] = t[v];
     }
     // Pass 2 along row v: horizontal frequency u goes to 8 u + v.
-    int zeros = 0;
+    uint64_t nonZero = 0;
     for (int v = 0; v < 8; ++v) {
         int32_t t[8];
         Transform<true>(columns + 8 * v, 1, t);
@@ -96,10 +96,10 @@ int ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, in
         for (int u = 0; u < 8; ++u) {
             const int16_t q = Quantise(t[u], recip[8 * u + v]);
             out[8 * u + v] = q;
-            zeros += q == 0;
+            nonZero |= static_cast<uint64_t>(q != 0) << (8 * u + v);
         }
     }
-    return zeros;
+    return nonZero;
 }
 
 const FdctKernels& FdctKernelsFor(KernelSet set) {

@@ -27,10 +27,11 @@ using ncb::video::KernelSet;
 // src: 8 rows of 8 pixels, `pitch` apart (no alignment needed); recip: 64
 // reciprocals 65536 / q in transposed order; out: 64 quantised coefficients
 // in transposed order (coefficient of vertical frequency v and horizontal
-// frequency u at 8u + v). Reads exactly those 64 pixels. Returns how many of
-// the 64 outputs are zero.
-using ForwardQuantFn = int (*)(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
-                               int16_t* out);
+// frequency u at 8u + v). Reads exactly those 64 pixels. Returns which
+// outputs are non-zero: bit i for out[i] (so the zero count is 64 minus its
+// population count).
+using ForwardQuantFn = uint64_t (*)(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
+                                    int16_t* out);
 
 struct FdctKernels {
     ForwardQuantFn forwardQuant;
@@ -38,7 +39,7 @@ struct FdctKernels {
 
 const FdctKernels& FdctKernelsFor(KernelSet set);
 
-int ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out);
+uint64_t ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out);
 
 void InstallFdctSse2(FdctKernels* k);
 

@@ -104,7 +104,8 @@ void Transpose(__m128i d[8]) {
     d[7] = _mm_unpackhi_epi64(b3, b7);
 }
 
-int ForwardQuant_sse2(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out) {
+uint64_t ForwardQuant_sse2(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
+                           int16_t* out) {
     const __m128i zero = _mm_setzero_si128(), bias = _mm_set1_epi16(128);
     __m128i d[8];
     for (int y = 0; y < 8; ++y) {
@@ -116,18 +117,21 @@ int ForwardQuant_sse2(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
     Transform<true>(d);
 
     const __m128i four = _mm_set1_epi16(4);
-    __m128i zeros = zero;
-    for (int u = 0; u < 8; ++u) {
-        const __m128i r = _mm_loadu_si128(reinterpret_cast<const __m128i*>(recip + 8 * u));
-        __m128i q = _mm_mulhi_epi16(_mm_slli_epi16(d[u], 3), r);
-        q = _mm_srai_epi16(_mm_add_epi16(q, four), 3);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * u), q);
-        zeros = _mm_sub_epi16(zeros, _mm_cmpeq_epi16(q, zero));
+    uint64_t zeros = 0;
+    for (int u = 0; u < 8; u += 2) {
+        __m128i q[2];
+        for (int i = 0; i < 2; ++i) {
+            const __m128i r =
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(recip + 8 * (u + i)));
+            q[i] = _mm_mulhi_epi16(_mm_slli_epi16(d[u + i], 3), r);
+            q[i] = _mm_srai_epi16(_mm_add_epi16(q[i], four), 3);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * (u + i)), q[i]);
+        }
+        const __m128i isZero =
+            _mm_packs_epi16(_mm_cmpeq_epi16(q[0], zero), _mm_cmpeq_epi16(q[1], zero));
+        zeros |= static_cast<uint64_t>(_mm_movemask_epi8(isZero)) << (8 * u);
     }
-    zeros = _mm_madd_epi16(zeros, _mm_set1_epi16(1));
-    zeros = _mm_add_epi32(zeros, _mm_shuffle_epi32(zeros, 0x4E));
-    zeros = _mm_add_epi32(zeros, _mm_shuffle_epi32(zeros, 0xB1));
-    return _mm_cvtsi128_si32(zeros);
+    return ~zeros;
 }
 
 }  // namespace

@@ -25,12 +25,12 @@ using ncbtest::CaseRandom;
 using ncbtest::Plane;
 
 struct BlockCase {
-    Plane src, recip, out, zeros;
-    std::vector<const Plane*> Planes() const { return {&src, &recip, &out, &zeros}; }
+    Plane src, recip, out, nonZero;
+    std::vector<const Plane*> Planes() const { return {&src, &recip, &out, &nonZero}; }
 };
 
 void RunForward(BlockCase& c, ncb::jpeg::ForwardQuantFn fn) {
-    c.zeros.As<int32_t>()[0] =
+    c.nonZero.As<uint64_t>()[0] =
         fn(c.src.Data(), c.src.Pitch(), c.recip.As<int16_t>(), c.out.As<int16_t>());
 }
 
@@ -57,7 +57,7 @@ TEST(JpegEncoderKernels, ForwardQuantMatchesTwinAtEveryLevel) {
                 // Reciprocals of quantisers 5..255, the range of the tables.
                 r.FillUniform<int16_t>(c.recip, 257, 13107);
                 c.out = r.MakeSamples<int16_t>(64, "out");
-                c.zeros = r.MakeSamples<int32_t>(1, "zeros");
+                c.nonZero = r.MakeSamples<uint64_t>(1, "nonZero");
                 return c;
             },
         .twin = [](BlockCase& c) { RunForward(c, ncb::jpeg::ForwardQuant_c); },
@@ -196,14 +196,16 @@ std::string CodeBlock(const int16_t* block, bool chroma) {
                                : C::s_uHuffw16s_JpegDefaultDcHuffmanTableYData.data();
     component.acCodes = chroma ? C::s_uHuffw32s_JpegDefaultAcHuffmanTableUVData.data()
                                : C::s_uHuffw32s_JpegDefaultAcHuffmanTableYData.data();
-    int zeros = 0;
-    for (int i = 0; i < 64; ++i) zeros += block[i] == 0;
+    uint64_t nonZero = 0;
+    for (int i = 0; i < 64; ++i) nonZero |= static_cast<uint64_t>(block[i] != 0) << i;
     unsigned char bytes[256] = {};
     NDataStreamBufferInfoTag chain = {bytes, sizeof bytes};
     CNWriteBitStream bits;
     bits.Init(0, 1, &chain, 1, 0);
     int16_t predictor = 0;
-    ncb::jpeg::EncodeOneCoeffMatrix(block, zeros, component, &predictor, &bits);
+    ncb::jpeg::HuffmanSink sink(&bits);
+    ncb::jpeg::EncodeOneCoeffMatrix(block, nonZero, component, &predictor, &sink);
+    sink.Flush();
     const int count = bits.GetCurPos();
     bits.Uninit(2);
     std::string text;
