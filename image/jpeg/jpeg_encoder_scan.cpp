@@ -91,15 +91,6 @@ inline void CodeBlock(const int16_t* block, uint64_t nonZero, const EncodeCompon
 
 }  // namespace
 
-void HuffmanSink::Put(uint32_t code, int length) {
-    held_ = (held_ << length) | code;
-    count_ += length;
-    if (count_ >= 32) {
-        count_ -= 32;
-        bits_->WriteBitsUint32(static_cast<uint32_t>(held_ >> count_), 32);
-    }
-}
-
 void HuffmanSink::Flush() {
     if (count_ > 0) bits_->WriteBitsUint32(static_cast<uint32_t>(held_), count_);
     count_ = 0;

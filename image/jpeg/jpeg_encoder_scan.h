@@ -9,8 +9,7 @@
 #include <cstdint>
 
 #include "image/jpeg/jpeg_fdct.h"
-
-class CNWriteBitStream;
+#include "ncodecbase/write_bit_stream.h"
 
 namespace ncb::jpeg {
 
@@ -39,7 +38,14 @@ class HuffmanSink {
   public:
     explicit HuffmanSink(CNWriteBitStream* bits) : bits_(bits) {}
     // Appends `length` (1..32) bits; `code` has no bits above them.
-    void Put(uint32_t code, int length);
+    void Put(uint32_t code, int length) {
+        held_ = (held_ << length) | code;
+        count_ += length;
+        if (count_ >= 32) {
+            count_ -= 32;
+            bits_->WriteBitsUint32(static_cast<uint32_t>(held_ >> count_), 32);
+        }
+    }
     // Hands the bits still held to the writer.
     void Flush();
 
