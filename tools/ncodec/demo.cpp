@@ -21,6 +21,7 @@ constexpr DemoStep kDemoSteps[] = {
     {"audio", "a tone sweep through equalizer, tempo and resampler", DemoAudio},
     {"png", "PNG files of a test picture, encoded and decoded back", DemoPng},
     {"gif", "an animated GIF of a bouncing ball, encoded and decoded back", DemoGif},
+    {"jpeg", "a bundled JPEG decoded to planes at every level and written as PNG", DemoJpeg},
     {"colour", "a picture through conversions, an adjustment and quarter turns", DemoColour},
     {"composite", "a picture scaled, with a box, a keyed logo, an inset and a subtitle",
      DemoComposite},

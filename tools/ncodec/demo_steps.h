@@ -12,6 +12,7 @@ bool DemoAudio(const DemoContext& context, std::string* error);    // audio.txt,
 bool DemoPng(const DemoContext& context, std::string* error);      // png.txt, png_*.png
 // gif.txt, gif_animation.gif, gif_frame0.png
 bool DemoGif(const DemoContext& context, std::string* error);
+bool DemoJpeg(const DemoContext& context, std::string* error);    // jpeg.txt, jpeg_sample.*
 bool DemoColour(const DemoContext& context, std::string* error);  // colour.txt, colour_strip.png
 // composite.txt, composite.png, composite_small.png, composite_large.png
 bool DemoComposite(const DemoContext& context, std::string* error);

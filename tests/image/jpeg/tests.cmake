@@ -19,3 +19,7 @@ add_test(NAME ncodec_cli.jpeg_convert_ppm
     COMMAND sh -c "mkdir -p \"$1\" && \"$0\" convert \"$2\" \"$1/rose.ppm\" && head -c 15 \"$1/rose.ppm\" | grep -q '^P6'"
         $<TARGET_FILE:ncodec> ${PROJECT_BINARY_DIR}/jpeg-cli-test
         ${NCB_JPEG_DATA_DIR}/valid/rose_422_q85.jpg)
+add_test(NAME ncodec_cli.jpeg_demo
+    COMMAND sh -c "rm -rf \"$1\" && \"$0\" demo --step jpeg --out \"$1\" && \"$0\" info \"$1/jpeg_sample.png\""
+        $<TARGET_FILE:ncodec> ${PROJECT_BINARY_DIR}/jpeg-cli-test/demo)
+set_tests_properties(ncodec_cli.jpeg_demo PROPERTIES PASS_REGULAR_EXPRESSION "size: 96 x 64")
