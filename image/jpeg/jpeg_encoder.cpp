@@ -175,7 +175,7 @@ int RoundUp(int v, int m) { return (v + m - 1) / m * m; }
 // first sample, pitch and tables.
 ncb::jpeg::EncodeScan DescribeScan(const ncb::VideoFormatInfo& in, const ncb::FrameLayout& frame,
                                    uint8_t* pixels, const Sampling& s, const QualityTables& q,
-                                   ncb::jpeg::ForwardQuantFn kernel) {
+                                   const ncb::jpeg::FdctKernels& kernels) {
     using C = CNJpegCodec;
     ncb::jpeg::EncodeScan scan;
     scan.lumaBlocksX = s.blocksX;
@@ -183,7 +183,7 @@ ncb::jpeg::EncodeScan DescribeScan(const ncb::VideoFormatInfo& in, const ncb::Fr
     scan.components = s.components;
     scan.mcuColumns = RoundUp(in.nRectRight, 8 * s.blocksX) / (8 * s.blocksX);
     scan.mcuRows = RoundUp(in.nRectBottom, 8 * s.blocksY) / (8 * s.blocksY);
-    scan.forwardQuant = kernel;
+    scan.kernels = &kernels;
 
     ncb::jpeg::EncodeComponent& y = scan.component[0];
     y.plane = pixels + in.nPadTop * frame.pitch0 + in.nPadLeft;
@@ -235,8 +235,8 @@ int CNJpegCodec::Encode(VideoFormatInfoTag* inFormat, VideoFormatInfoTag* outFor
     NDataStreamBufferInfoTag data = {out + headerBytes, room - headerBytes - 2};
     CNWriteBitStream bits;
     bits.Init(3, 1, &data, 1, 0);
-    const ncb::jpeg::EncodeScan scan = DescribeScan(*inFormat, frame, pixels, sampling, tables,
-                                                    ncb::jpeg::FdctKernelsFor(set).forwardQuant);
+    const ncb::jpeg::EncodeScan scan =
+        DescribeScan(*inFormat, frame, pixels, sampling, tables, ncb::jpeg::FdctKernelsFor(set));
     ncb::jpeg::EncodeScanData(scan, &bits);
     int written = 0, inserted = 0;
     const int bitsOk = bits.Uninit(3, &written, &inserted);

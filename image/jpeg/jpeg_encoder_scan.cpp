@@ -101,29 +101,72 @@ void EncodeOneCoeffMatrix(const int16_t* block, uint64_t nonZero, const EncodeCo
     CodeBlock(block, nonZero, component, predictor, sink, ZigZagMasks());
 }
 
+namespace {
+
+// The quantised blocks of up to two MCUs, in coding order per MCU.
+struct McuBlocks {
+    alignas(16) int16_t block[6][64];
+    uint64_t nonZero[6];
+};
+
+// Transforms MCUs mx and, when `two`, mx + 1 of MCU row my. Side-by-side
+// blocks go through the pair kernel: the two luma blocks of a row of a
+// 16-wide MCU, otherwise the same block of the two MCUs.
+void TransformMcus(const EncodeScan& scan, int mx, int my, bool two, McuBlocks out[2]) {
+    const FdctKernels& k = *scan.kernels;
+    const EncodeComponent& luma = scan.component[0];
+    const int mcuWidth = 8 * scan.lumaBlocksX, mcuHeight = 8 * scan.lumaBlocksY;
+    const uint8_t* origin = luma.plane + static_cast<ptrdiff_t>(my) * mcuHeight * luma.pitch +
+                            static_cast<ptrdiff_t>(mx) * mcuWidth;
+    const int lumaBlocks = scan.lumaBlocksX * scan.lumaBlocksY;
+    if (scan.lumaBlocksX == 2) {
+        for (int m = 0; m < (two ? 2 : 1); ++m) {
+            for (int by = 0; by < scan.lumaBlocksY; ++by) {
+                k.forwardQuantPair(origin + 16 * m + 8 * by * luma.pitch, luma.pitch, luma.recip,
+                                   out[m].block[2 * by], out[m].block[2 * by + 1],
+                                   &out[m].nonZero[2 * by]);
+            }
+        }
+    }
+    for (int c = 0; c < scan.components; ++c) {
+        if (c == 0 && scan.lumaBlocksX == 2) continue;
+        const EncodeComponent& comp = scan.component[c];
+        const uint8_t* at = c == 0 ? origin
+                                   : comp.plane + static_cast<ptrdiff_t>(my) * 8 * comp.pitch +
+                                         static_cast<ptrdiff_t>(mx) * 8;
+        const int slot = c == 0 ? 0 : lumaBlocks + c - 1;
+        if (two) {
+            uint64_t nonZero[2];
+            k.forwardQuantPair(at, comp.pitch, comp.recip, out[0].block[slot], out[1].block[slot],
+                               nonZero);
+            out[0].nonZero[slot] = nonZero[0];
+            out[1].nonZero[slot] = nonZero[1];
+        } else {
+            out[0].nonZero[slot] = k.forwardQuant(at, comp.pitch, comp.recip, out[0].block[slot]);
+        }
+    }
+}
+
+}  // namespace
+
 void EncodeScanData(const EncodeScan& scan, CNWriteBitStream* bits) {
     const ZigZagMaskTable& masks = ZigZagMasks();
     HuffmanSink sink(bits);
-    alignas(16) int16_t block[64];
+    McuBlocks mcus[2];
     int16_t predictor[3] = {0, 0, 0};
-    const int lumaWidth = 8 * scan.lumaBlocksX, lumaHeight = 8 * scan.lumaBlocksY;
+    const int lumaBlocks = scan.lumaBlocksX * scan.lumaBlocksY;
     for (int my = 0; my < scan.mcuRows && !bits->IsError(); ++my) {
-        for (int mx = 0; mx < scan.mcuColumns; ++mx) {
-            const EncodeComponent& luma = scan.component[0];
-            const uint8_t* origin =
-                luma.plane + my * lumaHeight * luma.pitch + mx * static_cast<ptrdiff_t>(lumaWidth);
-            for (int by = 0; by < scan.lumaBlocksY; ++by) {
-                for (int bx = 0; bx < scan.lumaBlocksX; ++bx) {
-                    const uint64_t nonZero = scan.forwardQuant(
-                        origin + 8 * by * luma.pitch + 8 * bx, luma.pitch, luma.recip, block);
-                    CodeBlock(block, nonZero, luma, &predictor[0], &sink, masks);
-                }
-            }
-            for (int c = 1; c < scan.components; ++c) {
-                const EncodeComponent& chroma = scan.component[c];
-                const uint8_t* at = chroma.plane + 8 * my * chroma.pitch + 8 * mx;
-                const uint64_t nonZero = scan.forwardQuant(at, chroma.pitch, chroma.recip, block);
-                CodeBlock(block, nonZero, chroma, &predictor[c], &sink, masks);
+        for (int mx = 0; mx < scan.mcuColumns; mx += 2) {
+            const int count = mx + 1 < scan.mcuColumns ? 2 : 1;
+            TransformMcus(scan, mx, my, count == 2, mcus);
+            for (int m = 0; m < count; ++m) {
+                for (int b = 0; b < lumaBlocks; ++b)
+                    CodeBlock(mcus[m].block[b], mcus[m].nonZero[b], scan.component[0],
+                              &predictor[0], &sink, masks);
+                for (int c = 1; c < scan.components; ++c)
+                    CodeBlock(mcus[m].block[lumaBlocks + c - 1],
+                              mcus[m].nonZero[lumaBlocks + c - 1], scan.component[c], &predictor[c],
+                              &sink, masks);
             }
         }
     }

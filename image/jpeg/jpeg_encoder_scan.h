@@ -28,7 +28,7 @@ struct EncodeScan {
     int lumaBlocksY = 1;
     int components = 1;  // 1 (grey) or 3
     EncodeComponent component[3];
-    ForwardQuantFn forwardQuant = nullptr;
+    const FdctKernels* kernels = nullptr;
 };
 
 // Huffman codes collect in a local 64-bit register and go to the JPEG-mode

@@ -73,7 +73,10 @@ int16_t Quantise(int32_t c, int16_t r) {
     return static_cast<int16_t>((high + 4) >> 3);
 }
 
-void InstallScalar(FdctKernels* k) { k->forwardQuant = ForwardQuant_c; }
+void InstallScalar(FdctKernels* k) {
+    k->forwardQuant = ForwardQuant_c;
+    k->forwardQuantPair = PairOfSingles<ForwardQuant_c>;
+}
 
 }  // namespace
 
@@ -104,8 +107,8 @@ uint64_t ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* reci
 
 const FdctKernels& FdctKernelsFor(KernelSet set) {
     static const std::array<FdctKernels, ncb::video::kKernelSetCount> tables =
-        ncb::video::BuildKernelTables<FdctKernels>(InstallScalar,
-                                                   {InstallFdctSse2, nullptr, nullptr, nullptr});
+        ncb::video::BuildKernelTables<FdctKernels>(
+            InstallScalar, {InstallFdctSse2, nullptr, nullptr, InstallFdctAvx2});
     return tables[static_cast<int>(set)];
 }
 

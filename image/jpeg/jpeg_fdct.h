@@ -33,14 +33,29 @@ using ncb::video::KernelSet;
 using ForwardQuantFn = uint64_t (*)(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
                                     int16_t* out);
 
+// The same for the two side-by-side blocks at src and src + 8, written to
+// out0 and out1, their masks to nonZero[0] and nonZero[1]. Sets without a
+// kernel of their own run forwardQuant twice.
+using ForwardQuantPairFn = void (*)(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip,
+                                    int16_t* out0, int16_t* out1, uint64_t nonZero[2]);
+
 struct FdctKernels {
     ForwardQuantFn forwardQuant;
+    ForwardQuantPairFn forwardQuantPair;
 };
 
 const FdctKernels& FdctKernelsFor(KernelSet set);
 
+template <ForwardQuantFn kSingle>
+void PairOfSingles(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out0,
+                   int16_t* out1, uint64_t nonZero[2]) {
+    nonZero[0] = kSingle(src, pitch, recip, out0);
+    nonZero[1] = kSingle(src + 8, pitch, recip, out1);
+}
+
 uint64_t ForwardQuant_c(const uint8_t* src, ptrdiff_t pitch, const int16_t* recip, int16_t* out);
 
 void InstallFdctSse2(FdctKernels* k);
+void InstallFdctAvx2(FdctKernels* k);
 
 }  // namespace ncb::jpeg

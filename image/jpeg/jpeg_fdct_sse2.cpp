@@ -136,6 +136,9 @@ uint64_t ForwardQuant_sse2(const uint8_t* src, ptrdiff_t pitch, const int16_t* r
 
 }  // namespace
 
-void InstallFdctSse2(FdctKernels* k) { k->forwardQuant = ForwardQuant_sse2; }
+void InstallFdctSse2(FdctKernels* k) {
+    k->forwardQuant = ForwardQuant_sse2;
+    k->forwardQuantPair = PairOfSingles<ForwardQuant_sse2>;
+}
 
 }  // namespace ncb::jpeg

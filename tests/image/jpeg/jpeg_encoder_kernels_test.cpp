@@ -75,6 +75,51 @@ TEST(JpegEncoderKernels, ForwardQuantMatchesTwinAtEveryLevel) {
     ncbtest::CheckAllLevels(family, {.cases = 400});
 }
 
+struct PairCase {
+    Plane src, recip, out0, out1, nonZero;
+    std::vector<const Plane*> Planes() const { return {&src, &recip, &out0, &out1, &nonZero}; }
+};
+
+void RunPair(PairCase& c, ncb::jpeg::ForwardQuantPairFn fn) {
+    fn(c.src.Data(), c.src.Pitch(), c.recip.As<int16_t>(), c.out0.As<int16_t>(),
+       c.out1.As<int16_t>(), c.nonZero.As<uint64_t>());
+}
+
+// Two side-by-side blocks at once: the same as the twin run on each.
+TEST(JpegEncoderKernels, ForwardQuantPairMatchesTwinAtEveryLevel) {
+    ncbtest::KernelFamily<PairCase> family{
+        .name = "jpeg forward transform + quantisation, block pairs",
+        .make =
+            [](CaseRandom& r) {
+                PairCase c;
+                c.src = r.MakePlane(16, 8, 1, {.label = "src"});
+                if (r.Chance(20)) {  // one flat white block beside a black one
+                    for (int y = 0; y < 8; ++y)
+                        for (int x = 0; x < 16; ++x) c.src.Row(y)[x] = x < 8 ? 255 : 0;
+                }
+                c.recip = r.MakeSamples<int16_t>(64, "recip");
+                r.FillUniform<int16_t>(c.recip, 257, 13107);
+                c.out0 = r.MakeSamples<int16_t>(64, "out0");
+                c.out1 = r.MakeSamples<int16_t>(64, "out1");
+                c.nonZero = r.MakeSamples<uint64_t>(2, "nonZero");
+                return c;
+            },
+        .twin =
+            [](PairCase& c) { RunPair(c, ncb::jpeg::PairOfSingles<ncb::jpeg::ForwardQuant_c>); },
+        .atLevel =
+            [](PairCase& c, int level) {
+                KernelSet set;
+                ASSERT_TRUE(ncb::video::KernelSetForLevel(level, &set));
+                RunPair(c, FdctKernelsFor(set).forwardQuantPair);
+            },
+    };
+    if (ncbtest::CpuHasAvx2())
+        family.extra.push_back({"avx2 set", [](PairCase& c) {
+                                    RunPair(c, FdctKernelsFor(KernelSet::kAvx2).forwardQuantPair);
+                                }});
+    ncbtest::CheckAllLevels(family, {.cases = 300});
+}
+
 // The twin against the textbook transform: through the finest quantiser of
 // the tables (5) the result is round(coefficient / 5) of the exact DCT,
 // off by one step at most where the 13-bit integer transform's own error
