@@ -118,8 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Check(n >= 4 && s[0] == 0xFF && s[1] == 0xD8 && s[n - 2] == 0xFF && s[n - 1] == 0xD9,
               "SOI ... EOI");
         Check(n <= output->GetBufferSize(), "inside the room");
-        Check(described.nCodecType == VIDEO_TYPE_JPEG && described.nCodecSubType == VIDEO_FORMAT_JPEG,
-              "JPEG descriptor");
+        Check(
+            described.nCodecType == VIDEO_TYPE_JPEG && described.nCodecSubType == VIDEO_FORMAT_JPEG,
+            "JPEG descriptor");
         CheckDecodes(output, picture.format);
     }
     output->Release();
