@@ -500,7 +500,9 @@ class AlsaMixer final : public MixerDevice {
                 values[c] = high > low ? static_cast<DWORD>((v - low) * 65535 / (high - low)) : 0;
             } else {
                 int on = 1;
-                if (snd_mixer_selem_get_playback_switch(e, ch, &on) < 0) return MMSYSERR_ERROR;
+                if (snd_mixer_selem_has_playback_switch(e) &&
+                    snd_mixer_selem_get_playback_switch(e, ch, &on) < 0)
+                    return MMSYSERR_ERROR;
                 values[c] = on ? 0 : 1;
             }
         }
@@ -523,6 +525,7 @@ class AlsaMixer final : public MixerDevice {
                 r = control.channels > 1 ? snd_mixer_selem_set_playback_volume(e, ch, v)
                                          : snd_mixer_selem_set_playback_volume_all(e, v);
             } else {
+                if (!snd_mixer_selem_has_playback_switch(e)) return MMSYSERR_ERROR;
                 r = control.channels > 1 ? snd_mixer_selem_set_playback_switch(e, ch, !value)
                                          : snd_mixer_selem_set_playback_switch_all(e, !value);
             }
@@ -558,9 +561,9 @@ class AlsaMixer final : public MixerDevice {
         const int channels = snd_mixer_selem_is_playback_mono(e) ? 1 : 2;
         l.controls[l.controlCount++] = {base + 1, MIXERCONTROL_CONTROLTYPE_VOLUME, channels,
                                         "Volume"};
-        if (snd_mixer_selem_has_playback_switch(e))
-            l.controls[l.controlCount++] = {base + 2, MIXERCONTROL_CONTROLTYPE_MUTE, channels,
-                                            "Mute"};
+        // Always two controls, as the render takes a line only with 2 to 15;
+        // an element without a switch reads as never muted.
+        l.controls[l.controlCount++] = {base + 2, MIXERCONTROL_CONTROLTYPE_MUTE, channels, "Mute"};
     }
 
     snd_mixer_t* m_mixer = nullptr;
