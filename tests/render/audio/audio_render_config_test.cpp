@@ -183,6 +183,38 @@ TEST_F(RenderFormatChange, NewRatePlaysAfterTheOldAudioAndKeepsVolumeAndPan) {
     EXPECT_EQ(current.nSampleRate, 32000);
 }
 
+TEST_F(RenderFormatChange, AFailedRebuildIsFatal) {
+    OpenRender(Format(kRate, 2, 0x3));
+    Append16(Signal(kRate / 10, 2, 1), 2, 0);
+    auto f = Format(22050, 2, 0x3);
+    ASSERT_EQ(render_.FormatChange(&f), 1);
+    Append16(Signal(22050 / 10, 2, 2), 2, 100);
+    sound_.FailCall(nplat::SoundCall::kCreateSoundBuffer, 1);
+    render_.Play();
+    ASSERT_TRUE(RunUntilState(5, 1000));
+    EXPECT_TRUE(Signalled(status_));
+    EXPECT_EQ(render_.FormatChange(&f), 0);
+    EXPECT_EQ(render_.GetExtendErrorCode(), 8);
+    EXPECT_EQ(render_.GetCurrentInputFormatInfo(nullptr, nullptr), 0);
+}
+
+TEST_F(RenderFormatChange, BufferedTimeCountsQueueAndDevice) {
+    OpenRender(Format(kRate, 2, 0x3));
+    for (int b = 0; b < 20; ++b) Append16(Signal(kRate / 10, 2, b), 2, b * 100);
+    CNAudioRender::StatInfoTag st{};
+    render_.GetStatInfo(&st);
+    EXPECT_EQ(st.nBufferedTime, 2000);
+    render_.Play();
+    Settle();
+    for (int i = 0; i < 30; ++i) Step(10);
+    render_.GetStatInfo(&st);
+    EXPECT_NEAR(st.nBufferedTime, 1700, 12);
+    EXPECT_EQ(st.uPlayedTime / 1000, 300u);
+    EXPECT_EQ(render_.ResetStatInfo(), 1);
+    render_.GetStatInfo(&st);
+    EXPECT_EQ(st.uPlayedTime, 0u);
+}
+
 // ---- Play configuration ----
 
 class RenderPlayConfig : public RenderHarness {};
