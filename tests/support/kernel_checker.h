@@ -3,7 +3,7 @@
 // bytes from all of them.
 //
 // Every buffer of a case is a Plane: a guarded allocation placed at a random
-// offset 0..15 past a 64-byte boundary, with random pitch padding, sometimes
+// offset 0..63 past a 64-byte boundary, with random pitch padding, sometimes
 // bottom-up (negative pitch), and with sentinel bytes in front of it, between
 // its rows and behind it. A write outside the payload or a byte that differs
 // from the twin is reported with the seed, the case's buffers and the first
@@ -39,7 +39,7 @@ struct PlaneLayout {
     int width = 1;           // elements per row
     int height = 1;          // rows
     int elementSize = 1;     // bytes per element
-    int offset = 0;          // start of the lowest row, modulo 64 (0..15)
+    int offset = 0;          // start of the lowest row, modulo 64 (0..63)
     int padding = 0;         // bytes between one row's end and the next row's start
     bool bottomUp = false;   // negative pitch: row 0 lies at the highest address
     bool tightEnd = false;   // the buffer (plus overread) ends where its allocation ends
