@@ -201,6 +201,7 @@ class NCB_API CNAudioRender {
     Segment& SegmentAt(int i) { return m_pSegments[(m_nSegmentHead + i) % m_nSegmentCapacity]; }
     int PushSegment(const Segment& segment);
     void DropSegments(int count);
+    void ClearSegments();
     CNCodecBase::AudioFormatInfoTag* FormatAt(int index);
 
     CNLock m_lock;
@@ -281,6 +282,7 @@ class NCB_API CNAudioRender {
     int m_nSegmentCapacity = 0;
     int m_nSegmentHead = 0;
     int m_nSegmentCount = 0;
+    int64_t m_nSegmentFrames = 0;  // frames of all segments together
 
     // Post-processing, one slot per stream, and the conversion work buffers.
     Stream* m_pStreams = nullptr;

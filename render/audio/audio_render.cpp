@@ -113,7 +113,7 @@ int CNAudioRender::Open(nplat::HWND window, int device, CNCodecBase::AudioFormat
     }
     m_nCurrentFormat = m_nLatestFormat = 0;
     ClearQueue();
-    m_nSegmentCount = m_nSegmentHead = 0;
+    ClearSegments();
     ResetClock();
     m_nRebuildPending = m_nEndOfStream = m_nFinalFlushDone = 0;
     m_nWritePos = 0;
@@ -184,7 +184,7 @@ int CNAudioRender::Close() {
     ReleaseAllPostProcessResource();
     m_listFormat.RemoveAll(0);
     ClearQueue();
-    m_nSegmentCount = m_nSegmentHead = 0;
+    ClearSegments();
     ReleaseWorkBuffers();
     m_stStat.nState = kStateClosed;
     m_stStat.uPlayedTime = 0;
@@ -252,7 +252,7 @@ int CNAudioRender::Reset() {
     if (m_pBuffer) m_pBuffer->Stop();
     m_nBufferPlaying = 0;
     ClearQueue();
-    m_nSegmentCount = m_nSegmentHead = 0;
+    ClearSegments();
     for (int s = 0; m_pStreams && s < m_nStreamCount; ++s) {
         if (m_pStreams[s].rateControl)
             CNAudioProcessor::RateControlReset(m_pStreams[s].rateControl);

@@ -213,7 +213,7 @@ int CNAudioRender::Rebuild() {
     m_nSilencePadded = 0;
     m_nHasAcceptedCursor = 0;
     m_nWritePos = 0;
-    m_nSegmentCount = m_nSegmentHead = 0;
+    ClearSegments();
     CalcPostProcessConfigFull();
     if (!InitAllPostProcessObject()) return 0;
     nplat::LONG volume = 0, pan = 0;
@@ -266,21 +266,24 @@ int CNAudioRender::PushSegment(const Segment& segment) {
     if (m_nSegmentCount >= m_nSegmentCapacity) return 0;
     m_pSegments[(m_nSegmentHead + m_nSegmentCount) % m_nSegmentCapacity] = segment;
     ++m_nSegmentCount;
+    m_nSegmentFrames += segment.nFrames;
     return 1;
 }
 
 void CNAudioRender::DropSegments(int count) {
     count = std::min(count, m_nSegmentCount);
     if (count <= 0) return;
+    for (int i = 0; i < count; ++i) m_nSegmentFrames -= SegmentAt(i).nFrames;
     m_nSegmentHead = (m_nSegmentHead + count) % m_nSegmentCapacity;
     m_nSegmentCount -= count;
 }
 
-int CNAudioRender::DeviceFramesBuffered() {
-    int64_t frames = 0;
-    for (int i = 0; i < m_nSegmentCount; ++i) frames += SegmentAt(i).nFrames;
-    return static_cast<int>(frames);
+void CNAudioRender::ClearSegments() {
+    m_nSegmentHead = m_nSegmentCount = 0;
+    m_nSegmentFrames = 0;
 }
+
+int CNAudioRender::DeviceFramesBuffered() { return static_cast<int>(m_nSegmentFrames); }
 
 // How many input frames may be taken now without overrunning the unplayed
 // part of the device buffer or the segment ring; a multiple of 16.
@@ -809,7 +812,7 @@ int CNAudioRender::AllocateWorkBuffers() {
         m_pSegments = ring;
         m_nSegmentCapacity = capacity;
     }
-    m_nSegmentHead = m_nSegmentCount = 0;
+    ClearSegments();
     return 1;
 }
 
@@ -818,7 +821,8 @@ void CNAudioRender::ReleaseWorkBuffers() {
     m_pPlanes = nullptr;
     nplat::HeapFree(m_pSegments);
     m_pSegments = nullptr;
-    m_nSegmentCapacity = m_nSegmentHead = m_nSegmentCount = 0;
+    m_nSegmentCapacity = 0;
+    ClearSegments();
 }
 
 // ---- Played-part accounting ----
@@ -839,6 +843,7 @@ void CNAudioRender::AccountPlayed() {
         s.nPosition = static_cast<int32_t>((s.nPosition + static_cast<int64_t>(f) * frameBytes) %
                                            m_nDeviceBufferSize);
         s.nFrames -= f;
+        m_nSegmentFrames -= f;
         played += f;
         s.uTime = AdjustTimeStamp(s.uTime, f, 4);
         s.nInputOffset += f;
@@ -899,6 +904,7 @@ void CNAudioRender::CutBackDeviceData() {
         const int64_t position = s.nInputIndex - m_nQueueBase;
         const int offset = s.nInputOffset + keep;
         m_nSegmentCount = keep > 0 ? i + 1 : i;
+        m_nSegmentFrames = keepFrames;
         if (position >= 0 && position < m_listInput.GetParameterCount()) {
             m_nQueuePos = static_cast<int>(position);
             auto* entry = static_cast<QueueEntry*>(m_listInput.GetBinaryData(m_nQueuePos));
