@@ -201,9 +201,12 @@ std::string GifDescribe(const uint8_t* data, size_t size) {
 
 // ---- JPEG -----------------------------------------------------------------
 //
-// Read-only here until an encoder row joins: the decoder's planes go through
-// the library's YUV to RGB32 conversion (full-range BT.601, no adjustment)
-// over the picture's true size.
+// The decoder's planes go through the library's YUV to RGB32 conversion
+// (full-range BT.601, no adjustment) over the picture's true size. Encoding
+// goes the other way into 4:2:0 whose planes cover the size rounded up to 16,
+// because the encoder reads whole 16x16 blocks at the edges: the picture is
+// first widened to that size by repeating its last column and row, so edge
+// blocks hold no stray colour.
 
 bool JpegProbe(const uint8_t* data, size_t size) {
     return size >= 3 && data[0] == 0xFF && data[1] == 0xD8 && data[2] == 0xFF;
@@ -225,6 +228,48 @@ bool JpegDecode(CNCodecBuffer* file, Picture* out) {
     CNVideoProcessor::ConvertConfigTag plain{0, 0, 128, 128, 0, 0, 0, 256, 256, 256, 255};
     return CNVideoProcessor::ConvertToRGB(planes.get(), out->pixels.get(), &yuv, &out->format,
                                           &plain, 1, 0) != 0;
+}
+
+// A copy of an RGB32 picture widened to width x height by repeating its last
+// column and row.
+bool ExtendEdges(const Picture& picture, int width, int height, Picture* out) {
+    ncb::InitVideoFormat(&out->format, VIDEO_FORMAT_RGB32, width, height);
+    out->pixels.reset(CNCodecBuffer::CreateBuffer());
+    if (!out->pixels || !ncb::AllocateFrame(out->pixels.get(), &out->format)) return false;
+    ncb::PlaneSet from, to;
+    if (!ncb::GetPlanes(picture.format, static_cast<uint8_t*>(picture.pixels->GetAddress()), false,
+                        &from) ||
+        !ncb::GetPlanes(out->format, static_cast<uint8_t*>(out->pixels->GetAddress()), false, &to))
+        return false;
+    const int w = picture.format.nWidth, h = picture.format.nHeight;
+    for (int y = 0; y < height; ++y) {
+        const auto* src = reinterpret_cast<const uint32_t*>(from.plane0.data +
+                                                            from.plane0.pitch * std::min(y, h - 1));
+        auto* dst = reinterpret_cast<uint32_t*>(to.plane0.data + to.plane0.pitch * y);
+        std::memcpy(dst, src, static_cast<size_t>(w) * 4);
+        std::fill(dst + w, dst + width, src[w - 1]);
+    }
+    return true;
+}
+
+bool JpegEncode(const Picture& picture, const EncodeOptions& options, CNCodecBuffer* file) {
+    const int width = picture.format.nWidth, height = picture.format.nHeight;
+    if (width <= 0 || height <= 0 || width > 65535 || height > 65535) return false;
+    Picture wide;
+    if (!ExtendEdges(picture, (width + 15) & ~15, (height + 15) & ~15, &wide)) return false;
+    ncb::VideoFormatInfo yuv{};
+    ncb::InitVideoFormat(&yuv, VIDEO_FORMAT_YUV420, wide.format.nWidth, wide.format.nHeight);
+    BufferPtr planes(CNCodecBuffer::CreateBuffer());
+    if (!planes || !ncb::AllocateFrame(planes.get(), &yuv)) return false;
+    CNVideoProcessor::ConvertConfigTag plain{0, 0, 128, 128, 0, 0, 0, 256, 256, 256, 255};
+    if (!CNVideoProcessor::ConvertFromRGB(wide.pixels.get(), planes.get(), &wide.format, &yuv,
+                                          &plain, 0, 2))
+        return false;
+    yuv.nRectRight = width;
+    yuv.nRectBottom = height;
+    ncb::VideoFormatInfo jpeg{};
+    return CNJpegCodec::Encode(&yuv, &jpeg, static_cast<unsigned char*>(planes->GetAddress()), file,
+                               options.quality, 2) != 0;
 }
 
 const char* JpegSamplingName(int nf, int sampling) {
@@ -308,7 +353,7 @@ const std::vector<ImageFormat>& ImageFormats() {
     static const std::vector<ImageFormat> formats = {
         {"PNG", {".png"}, PngProbe, PngDecode, PngEncode, PngDescribe},
         {"GIF", {".gif"}, GifProbe, GifDecode, GifEncode, GifDescribe},
-        {"JPEG", {".jpg", ".jpeg", ".jfif"}, JpegProbe, JpegDecode, nullptr, JpegDescribe},
+        {"JPEG", {".jpg", ".jpeg", ".jfif"}, JpegProbe, JpegDecode, JpegEncode, JpegDescribe},
         PpmImageFormat(),
     };
     return formats;

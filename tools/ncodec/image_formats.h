@@ -30,6 +30,7 @@ struct Picture {
 
 struct EncodeOptions {
     bool alpha = true;  // keep the alpha channel where the format can
+    int quality = 1;    // lossy formats: 0 low, 1 medium, 2 high
 };
 
 struct ImageFormat {
