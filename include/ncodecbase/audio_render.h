@@ -145,14 +145,17 @@ class NCB_API CNAudioRender {
     // Thread entry and loop (render thread).
     static nplat::DWORD AudioRenderThreadProcStub(void* render);
     void AudioRenderThread();
-    // The rest run with the lock held, on the thread named.
-    int EnumSourceDevice();  // owner thread
+    // Everything below runs with the lock held.
+    // Device list: Init and RefreshDeviceInfo (host threads).
+    int EnumSourceDevice();
     static int DSEnumCallback(nplat::GUID* guid, const char* description, const char* module,
                               void* context);
     int DSEnumCallbackProc(nplat::GUID* guid, const char* description);
     void MatchMixers();
-    void CalcPostProcessConfigFull();       // Open and render thread
-    int CompareAudioFormatInfo(int index);  // any, lock held
+    // Chain and device set-up: Open (owner thread) and Rebuild (render
+    // thread); the only places that allocate once playing has begun.
+    void CalcPostProcessConfigFull();
+    int CompareAudioFormatInfo(int index);  // also AppendBuffer (host threads)
     int CreateDirectSoundBuffer(int restore, int32_t volume, int32_t pan);
     int InitAllPostProcessObject();
     int InitEqualizer();
@@ -162,7 +165,7 @@ class NCB_API CNAudioRender {
     int AllocateWorkBuffers();
     void ReleaseWorkBuffers();
     void ReleaseDevice();
-    // Render thread only.
+    // Render thread only; none of these allocate.
     int FillDSBufferDirectMode(int wantMs);
     int FillDSBufferNotDirectMode(int wantMs);
     int CopyDataDirectMode(int frames);
@@ -175,12 +178,12 @@ class NCB_API CNAudioRender {
     int Rebuild();
     void AccountPlayed();
     void ReleasePlayedInput(int64_t audibleIndex);
-    int LoadQueueEntry(int position);
+    int LoadQueueEntry(int position);  // also AppendBuffer (host threads)
     void NotifyFatalErrorEvent();
     void NotifyPlayStatusEvent();
     void NotifyPlayPosEvent();
     int MaxInputFrames(int outputFramesFree);
-    // Clock (lock held).
+    // Clock and queue bookkeeping: host threads and the render thread.
     uint64_t InnerGetCurrentPlayTime();
     int InnerGetCurrentPlayPos(int* offset);
     uint64_t AdjustTimeStamp(uint64_t time, int frames, int mode);
@@ -192,7 +195,7 @@ class NCB_API CNAudioRender {
     void ClearQueue();
     void CutBackDeviceData();
     int SetPlayConfigSpeed();
-    // Volume paths.
+    // Volume paths: host threads.
     int MixerVolume(int device, int target, int* volume, int* balance, int set);
     int BufferVolume(int* volume, int* balance, int set);
     int EndpointVolume(int device, int* volume, int* balance, int set);
