@@ -25,5 +25,5 @@ if(NOT NCB_HAVE_ALSA)
 endif()
 add_executable(ncodecbase_alsa_tests ${CMAKE_CURRENT_LIST_DIR}/audio/alsa_smoke.cpp)
 target_link_libraries(ncodecbase_alsa_tests PRIVATE ncb_test_support GTest::gtest_main)
-gtest_discover_tests(ncodecbase_alsa_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS alsa)
+gtest_discover_tests(ncodecbase_alsa_tests NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60 PROPERTIES LABELS alsa)
