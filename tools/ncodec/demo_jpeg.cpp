@@ -2,8 +2,13 @@
 // baseline 4:2:0 at quality 80, made for this demo with cjpeg) decoded to
 // planar YUV at every processor level, the levels compared byte for byte,
 // and the picture written as raw planes and, through the library's colour
-// conversion, as PNG. Results in jpeg.txt, jpeg_sample.yuv, jpeg_sample.png.
+// conversion, as PNG. Then the planes go back through the encoder at the
+// three quality levels and are decoded again, with the file size and the
+// luma PSNR of each round trip reported. Results in jpeg.txt,
+// jpeg_sample.yuv, jpeg_sample.png and jpeg_roundtrip_q{0,1,2}.jpg.
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "base/video_format.h"
@@ -190,6 +195,56 @@ bool WritePng(const DemoContext& context, const Decoded& d, std::string* error) 
     return ok;
 }
 
+// Luma PSNR in dB of b against a (same picture size); 99 when identical.
+double LumaPsnr(const Decoded& a, const Decoded& b) {
+    ncb::PlaneSet pa, pb;
+    if (!ncb::GetPlanes(a.format, static_cast<uint8_t*>(a.planes->GetAddress()), true, &pa) ||
+        !ncb::GetPlanes(b.format, static_cast<uint8_t*>(b.planes->GetAddress()), true, &pb))
+        return 0.0;
+    const int width = pa.plane0.width, height = pa.plane0.height;
+    double sum = 0;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const double d =
+                pa.plane0.data[y * pa.plane0.pitch + x] - pb.plane0.data[y * pb.plane0.pitch + x];
+            sum += d * d;
+        }
+    }
+    if (sum == 0) return 99.0;
+    return 10.0 * std::log10(255.0 * 255.0 * width * height / sum);
+}
+
+// Encodes the decoded planes at `quality`, writes the file and decodes it
+// again. False with *error set when a step fails.
+bool RoundTrip(const DemoContext& context, const Decoded& source, int quality, DemoReport* r,
+               std::string* error) {
+    ncb::VideoFormatInfo in = source.format, jpegFormat{};
+    CNCodecBuffer* file = CNCodecBuffer::CreateBuffer();
+    bool ok = file && CNJpegCodec::Encode(&in, &jpegFormat,
+                                          static_cast<unsigned char*>(source.planes->GetAddress()),
+                                          file, quality, 2);
+    Decoded back;
+    if (ok) {
+        back.planes = CNCodecBuffer::CreateBuffer();
+        ok = back.planes &&
+             CNJpegCodec::Decode(nullptr, &back.format, file, back.planes, nullptr, 2);
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "jpeg_roundtrip_q%d.jpg", quality);
+    if (ok) {
+        const double psnr = LumaPsnr(source, back);
+        r->Line("quality %d: %d bytes, luma PSNR %.1f dB against the decoded sample -> %s", quality,
+                file->GetDataSize(), psnr, name);
+        r->Check(psnr > 30.0, "round trip keeps the picture");
+        ok = context.WriteBytes(name, file->GetAddress(), static_cast<size_t>(file->GetDataSize()),
+                                error);
+    } else {
+        *error = "the sample did not survive an encode and decode";
+    }
+    if (file) file->Release();
+    return ok;
+}
+
 }  // namespace
 
 bool DemoJpeg(const DemoContext& context, std::string* error) {
@@ -232,6 +287,8 @@ bool DemoJpeg(const DemoContext& context, std::string* error) {
     bool ok = context.WriteBytes("jpeg_sample.yuv", d.planes->GetAddress(),
                                  static_cast<size_t>(d.planes->GetDataSize()), error) &&
               WritePng(context, d, error);
+    for (int quality = 0; quality < 3 && ok; ++quality)
+        ok = RoundTrip(context, d, quality, &r, error);
     ok = context.WriteText("jpeg.txt", r.text(), error) && ok;
     if (ok && !r.ok()) {
         *error = r.firstFailure();
