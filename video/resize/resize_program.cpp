@@ -111,7 +111,7 @@ struct ProgramSink {
     }
 };
 
-void EmitProgram(const PlaneSpec& s, int tableWidth, int hTaps, int vTaps, int rowBytes,
+void EmitProgram(const PlaneGeometry& s, int tableWidth, int hTaps, int vTaps, int rowBytes,
                  ProgramSink* sink) {
     const bool hScale = s.srcWidth != tableWidth;
     int slotRow[kMaxTaps];
@@ -149,7 +149,7 @@ void EmitProgram(const PlaneSpec& s, int tableWidth, int hTaps, int vTaps, int r
 
 bool FitsInt(int64_t v) { return v >= INT_MIN && v <= INT_MAX; }
 
-bool BuildHorizontal(const PlaneSpec& s, int tableWidth, int taps, CNCodecBuffer* out) {
+bool BuildHorizontal(const PlaneGeometry& s, int tableWidth, int taps, CNCodecBuffer* out) {
     const bool hScale = s.srcWidth != tableWidth;
     int left = 0, right = 0;
     if (hScale) {
@@ -246,7 +246,7 @@ unsigned int PixelWeight(int taps, unsigned int distance) {
     return static_cast<unsigned int>(std::clamp<int64_t>(w, 0, 32767));
 }
 
-bool BuildPlaneTables(const PlaneSpec& s, CNCodecBuffer* commands, CNCodecBuffer* horizontal,
+bool BuildPlaneTables(const PlaneGeometry& s, CNCodecBuffer* commands, CNCodecBuffer* horizontal,
                       CNCodecBuffer* vertical, PlaneResult* result) {
     if (!commands || !horizontal || !vertical) return false;
     if (s.srcWidth < 1 || s.srcHeight < 1 || s.dstWidth < 1 || s.dstHeight < 1 ||

@@ -58,7 +58,7 @@ inline constexpr int kOpVBytes = 25;  // + rows - 2
 int TapCount(int source, int destination);
 unsigned int PixelWeight(int taps, unsigned int distance);
 
-struct PlaneSpec {
+struct PlaneGeometry {
     int srcWidth, srcHeight, srcPitch, dstWidth, dstHeight, dstPitch;
     int bpp;  // 4: RGB32 (tables for the width rounded up to even); 1: one byte per sample
 };
@@ -73,8 +73,8 @@ struct PlaneResult {
 
 // Builds the three tables of one plane into owned buffers (16-byte aligned,
 // data size set). False on bad sizes or when memory runs out.
-bool BuildPlaneTables(const PlaneSpec& spec, CNCodecBuffer* commands, CNCodecBuffer* horizontal,
-                      CNCodecBuffer* vertical, PlaneResult* result);
+bool BuildPlaneTables(const PlaneGeometry& geometry, CNCodecBuffer* commands,
+                      CNCodecBuffer* horizontal, CNCodecBuffer* vertical, PlaneResult* result);
 
 // ResizeInit: the whole work buffer.
 int Init(int layout, int level, int srcWidth, int srcHeight, int srcPitch, int srcChromaPitch,

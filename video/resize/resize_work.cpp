@@ -135,9 +135,10 @@ int Init(int layout, int level, int srcWidth, int srcHeight, int srcPitch, int s
     if (!work) return 0;
     const bool rgb = layout == kLayoutRgb32;
     PlaneTables luma;
-    const PlaneSpec lumaSpec{srcWidth,  srcHeight, srcPitch,   dstWidth,
-                             dstHeight, dstPitch,  rgb ? 4 : 1};
-    if (!BuildPlaneTables(lumaSpec, &luma.commands, &luma.horizontal, &luma.vertical, &luma.result))
+    const PlaneGeometry lumaGeometry{srcWidth,  srcHeight, srcPitch,   dstWidth,
+                                     dstHeight, dstPitch,  rgb ? 4 : 1};
+    if (!BuildPlaneTables(lumaGeometry, &luma.commands, &luma.horizontal, &luma.vertical,
+                          &luma.result))
         return 0;
     int scw = 0, sch = 0, dcw = 0, dch = 0;
     const bool chroma = !rgb && HasChroma(layout);
@@ -149,8 +150,8 @@ int Init(int layout, int level, int srcWidth, int srcHeight, int srcPitch, int s
     const bool chromaTables = chroma && scw > 0 && sch > 0 && dcw > 0 && dch > 0;
     PlaneTables chromaT;
     if (chromaTables) {
-        const PlaneSpec spec{scw, sch, srcChromaPitch, dcw, dch, dstChromaPitch, 1};
-        if (!BuildPlaneTables(spec, &chromaT.commands, &chromaT.horizontal, &chromaT.vertical,
+        const PlaneGeometry geometry{scw, sch, srcChromaPitch, dcw, dch, dstChromaPitch, 1};
+        if (!BuildPlaneTables(geometry, &chromaT.commands, &chromaT.horizontal, &chromaT.vertical,
                               &chromaT.result))
             return 0;
     }
