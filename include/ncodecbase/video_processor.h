@@ -192,18 +192,16 @@ class NCB_API CNVideoProcessor {
     // rows. Out-pointers (each may be null): intermediate row bytes,
     // intermediate rows, store mask of the last pixel pair (bytes kept),
     // destination pixels the tables compute, vertical commands. 1 or 0.
-    static int ResizeCreateTable_RGB32(int nSrcWidth, int nSrcHeight, int nSrcPitch,
-                                       int nDstWidth, int nDstHeight, int nDstPitch,
-                                       CNCodecBuffer* pCommand, CNCodecBuffer* pHorizontal,
-                                       CNCodecBuffer* pVertical, int* pnRowBytes,
-                                       unsigned int* puRows, uint64_t* puStoreMask,
+    static int ResizeCreateTable_RGB32(int nSrcWidth, int nSrcHeight, int nSrcPitch, int nDstWidth,
+                                       int nDstHeight, int nDstPitch, CNCodecBuffer* pCommand,
+                                       CNCodecBuffer* pHorizontal, CNCodecBuffer* pVertical,
+                                       int* pnRowBytes, unsigned int* puRows, uint64_t* puStoreMask,
                                        int* pnTableWidth, int* pnVerticalCommands);
     static int ResizeCreateTable_YUV(int nSrcWidth, int nSrcHeight, int nSrcPitch, int nDstWidth,
                                      int nDstHeight, int nDstPitch, CNCodecBuffer* pCommand,
                                      CNCodecBuffer* pHorizontal, CNCodecBuffer* pVertical,
-                                     int* pnRowBytes, unsigned int* puRows,
-                                     uint64_t* puStoreMask, int* pnTableWidth,
-                                     int* pnVerticalCommands);
+                                     int* pnRowBytes, unsigned int* puRows, uint64_t* puStoreMask,
+                                     int* pnTableWidth, int* pnVerticalCommands);
     // The filter kernel: weight (32768 = 1.0, at most 32767) of a tap at
     // uDistance source pixels (15 fraction bits) for a filter of nTaps taps.
     static unsigned int ResizeGetPixelWeight(int nTaps, unsigned int uDistance);
@@ -268,12 +266,10 @@ class NCB_API CNVideoProcessor {
     // writing Y to the luma samples and U, V to every chroma sample the
     // rectangle touches. Colour alpha 255 writes the colour, else each byte
     // is mixed with the fill weights. 0 for a code outside the list.
-    static int FillRectRGB(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat,
-                           unsigned int uColor, int nX, int nY, int nWidth, int nHeight,
-                           int nUseRect, int nLevel);
-    static int FillRectYUV(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat,
-                           unsigned int uColor, int nX, int nY, int nWidth, int nHeight,
-                           int nUseRect, int nLevel);
+    static int FillRectRGB(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat, unsigned int uColor,
+                           int nX, int nY, int nWidth, int nHeight, int nUseRect, int nLevel);
+    static int FillRectYUV(CNCodecBuffer* pBuffer, VideoFormatInfoTag* pFormat, unsigned int uColor,
+                           int nX, int nY, int nWidth, int nHeight, int nUseRect, int nLevel);
     // RGB32 onto RGB32: the source pixels whose alpha is not 0 replace the
     // destination pixels, which are never read.
     static int FillRectRGB32_NoRead(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
@@ -281,18 +277,19 @@ class NCB_API CNVideoProcessor {
                                     VideoFormatInfoTag* pDestinationFormat, int nX, int nY,
                                     int nUseRect, int nLevel);
     // The source pixels that differ from uColorKey replace the destination.
-    static int FillRectRGB32WithColorKey_NoRead(CNCodecBuffer* pSource,
-                                                CNCodecBuffer* pDestination,
+    static int FillRectRGB32WithColorKey_NoRead(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
                                                 VideoFormatInfoTag* pSourceFormat,
                                                 VideoFormatInfoTag* pDestinationFormat, int nX,
                                                 int nY, unsigned int uColorKey, int nUseRect,
                                                 int nLevel);
     // Key pixels are skipped, opaque ones copied, the others mixed by their
     // alpha into R, G, B with alpha byte 0.
-    static int FillRectRGB32WithColorKey_JustReadAlpha(
-        CNCodecBuffer* pSource, CNCodecBuffer* pDestination, VideoFormatInfoTag* pSourceFormat,
-        VideoFormatInfoTag* pDestinationFormat, int nX, int nY, unsigned int uColorKey,
-        int nUseRect, int nLevel);
+    static int FillRectRGB32WithColorKey_JustReadAlpha(CNCodecBuffer* pSource,
+                                                       CNCodecBuffer* pDestination,
+                                                       VideoFormatInfoTag* pSourceFormat,
+                                                       VideoFormatInfoTag* pDestinationFormat,
+                                                       int nX, int nY, unsigned int uColorKey,
+                                                       int nUseRect, int nLevel);
     // AI44 (code 15) onto RGB32: bytes with a non-zero alpha nibble become
     // the RGB32 palette entry of their index. The palette is the source
     // buffer's additional information: 16 AYUV entries (bytes V, U, Y, A),
@@ -301,8 +298,8 @@ class NCB_API CNVideoProcessor {
     // Nothing is drawn when it holds fewer than 64 bytes.
     static int FillRectRGB32WithAI44_NoRead(CNCodecBuffer* pSource, CNCodecBuffer* pDestination,
                                             VideoFormatInfoTag* pSourceFormat,
-                                            VideoFormatInfoTag* pDestinationFormat, int nX,
-                                            int nY, int nUseRect, int nLevel);
+                                            VideoFormatInfoTag* pDestinationFormat, int nX, int nY,
+                                            int nUseRect, int nLevel);
     // AI44 to AYUV (14) or RGB32 (260): palette[b & 15] OR the alpha nibble
     // times 0x11 in the top byte; to IA44 (16): nibbles exchanged. Other
     // destination codes: nothing. uFlip 1 reads the source bottom-up.
