@@ -303,6 +303,24 @@ int CNAudioRender::MaxInputFrames(int outputFramesFree) {
 
 // ---- Fills ----
 
+// Frames of the current entry to hand on in one step: all that is left of
+// it, unless that is over 100 ms more than still wanted (then what is wanted,
+// in whole groups of 16 frames) or more than the device has room for. Sets
+// *partial when the entry is not finished by this step.
+static int FramesToTake(int available, int stillWantedMs, int rate, int roomFrames, bool* partial) {
+    int frames = available;
+    *partial = false;
+    if (static_cast<int64_t>(available) * 1000 / rate > stillWantedMs + 100) {
+        frames = static_cast<int>(static_cast<int64_t>(stillWantedMs) * rate / 1000) & ~15;
+        *partial = true;
+    }
+    if (frames > roomFrames) {
+        frames = roomFrames;
+        *partial = true;
+    }
+    return frames;
+}
+
 int CNAudioRender::FillDSBufferDirectMode(int wantMs) {
     if (m_nQueuePos >= m_listInput.GetParameterCount()) return 1;
     if (wantMs < 1) {
@@ -314,20 +332,10 @@ int CNAudioRender::FillDSBufferDirectMode(int wantMs) {
     for (;;) {
         const int available = m_nCurrentFrames - m_nConsumed;
         if (available > 0) {
-            int frames = available;
             bool partial = false;
-            const int64_t availableMs = static_cast<int64_t>(available) * 1000 / m_nWorkingRate;
-            if (availableMs > (wantMs - done) + 100) {
-                frames =
-                    static_cast<int>(static_cast<int64_t>(wantMs - done) * m_nWorkingRate / 1000) &
-                    ~15;
-                partial = true;
-            }
-            const int limit = MaxInputFrames(totalFrames - DeviceFramesBuffered());
-            if (frames > limit) {
-                frames = limit;
-                partial = true;
-            }
+            const int frames =
+                FramesToTake(available, wantMs - done, m_nWorkingRate,
+                             MaxInputFrames(totalFrames - DeviceFramesBuffered()), &partial);
             if (frames <= 0) break;
             if (!CopyDataDirectMode(frames)) return 0;
             done += static_cast<int>(static_cast<int64_t>(frames) * 1000 / m_nWorkingRate);
@@ -356,20 +364,10 @@ int CNAudioRender::FillDSBufferNotDirectMode(int wantMs) {
     while (m_listInput.GetParameterCount() > 0 && !m_nRebuildPending && wantMs >= 1) {
         const int available = m_nCurrentFrames - m_nConsumed;
         if (available > 0) {
-            int frames = available;
             bool partial = false;
-            const int64_t availableMs = static_cast<int64_t>(available) * 1000 / m_nWorkingRate;
-            if (availableMs > (wantMs - done) + 100) {
-                frames =
-                    static_cast<int>(static_cast<int64_t>(wantMs - done) * m_nWorkingRate / 1000) &
-                    ~15;
-                partial = true;
-            }
-            const int limit = MaxInputFrames(totalFrames - DeviceFramesBuffered());
-            if (frames > limit) {
-                frames = limit;
-                partial = true;
-            }
+            const int frames =
+                FramesToTake(available, wantMs - done, m_nWorkingRate,
+                             MaxInputFrames(totalFrames - DeviceFramesBuffered()), &partial);
             if (frames <= 0) break;
             int ms = 0;
             if (!ConvertDataWithPostProcess(frames, &ms)) return 0;
