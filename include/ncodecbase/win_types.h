@@ -11,16 +11,31 @@ namespace nplat {
 class Event;
 class Window;
 class Module;
+class Monitor;
+class DeviceContext;
+class GdiObject;
 
 using HANDLE = Event*;
 using HWND = Window*;
 using HMODULE = Module*;     // a loaded dynamic library (LoadLibrary)
+using HMONITOR = Monitor*;   // one display of the platform layer's screen
+using HDC = DeviceContext*;  // a GDI-style drawing context (platform/gdi)
+using HGDIOBJ = GdiObject*;  // a font or bitmap selected into a context
+using HFONT = GdiObject*;
+using HBITMAP = GdiObject*;
 using FARPROC = void (*)();  // an exported function: cast it to its real type
 using HRESULT = int32_t;
 using DWORD = uint32_t;
 using BOOL = int;
 using WCHAR = char16_t;     // UTF-16 code unit, as on Windows (wchar_t is 32-bit here)
 using COLORREF = uint32_t;  // 0x00BBGGRR
+using UINT = uint32_t;
+using LONG = int32_t;
+using LONG_PTR = intptr_t;   // pointer-wide, as on 64-bit Windows
+using WPARAM = uintptr_t;
+using LPARAM = intptr_t;
+using LRESULT = intptr_t;
+using WNDPROC = LRESULT (*)(HWND, UINT, WPARAM, LPARAM);
 
 struct GUID {
     uint32_t Data1;
