@@ -143,6 +143,8 @@ NCB_API HWND CreateX11Window(const char* displayName, int x, int y, int width, i
 // same display, listens for the window's structure, exposure and visibility
 // events and draws into it, and never destroys it. Null as above.
 NCB_API HWND WrapX11Window(_XDisplay* display, unsigned long x11Window);
+// The X window id behind an X11 window (0 for other kinds or a dead handle).
+NCB_API unsigned long GetX11WindowId(HWND window);
 // Stops the pump thread and frees the window (an X11 window made by
 // CreateX11Window is destroyed; a wrapped one is left to its host). 0 for a
 // dead handle. Messages still in dispatch on other threads finish first.
