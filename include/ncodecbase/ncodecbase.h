@@ -35,6 +35,9 @@
 // Audio output.
 #include "ncodecbase/audio_render.h"
 
+// Video output: a described scene shown in a window or composed in memory.
+#include "ncodecbase/video_render.h"
+
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"
 
