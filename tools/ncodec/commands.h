@@ -21,6 +21,7 @@ int RunPlugins(const Args& args);
 int RunRar(const Args& args);
 int RunResize(const Args& args);
 int RunScenes(const Args& args);
+int RunShow(const Args& args);
 int RunZip(const Args& args);
 
 }  // namespace ncodec

@@ -57,6 +57,10 @@ constexpr Command kCommands[] = {
      "scenes [--size WxH] [--options BITS] FILE...\n"
      "                    scene cuts over pictures (or raw 4:2:0 frames): index, cut, confidence",
      ncodec::RunScenes},
+    {"show",
+     "show IMAGE... [--text \"...\"] [--out FILE]\n"
+     "                    compose pictures and a text through the video render (frame.png)",
+     ncodec::RunShow},
 };
 
 void PrintUsage(std::FILE* to) {
