@@ -13,7 +13,9 @@
 // transparent path keys out. Two rasterisers serve:
 // - FreeType with fontconfig (when the library was built with them): the face
 //   name, height, weight and italic flag of the LOGFONTW pick the font through
-//   fontconfig; an empty face name means "sans-serif".
+//   fontconfig; an empty face name means "sans-serif". Glyphs keep their
+//   natural width (lfWidth is not applied); bold and italic are synthesised
+//   when only a lighter or upright face is installed.
 // - Box glyphs: selected by the face name "NCB Box", and the fallback when
 //   FreeType or fontconfig is missing or no font file can be opened. The cell
 //   height h is |lfHeight| (16 for 0); every character advances by lfWidth,
