@@ -27,6 +27,8 @@ constexpr DemoStep kDemoSteps[] = {
     {"composite", "a picture scaled, with a box, a keyed logo, an inset and a subtitle",
      DemoComposite},
     {"play", "one second through the audio render on the virtual sound device", DemoPlay},
+    {"render", "a scene of frames, a burnt-in background and captions composed by the video render",
+     DemoRender},
 };
 
 struct DemoOptions {

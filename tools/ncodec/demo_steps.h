@@ -16,6 +16,7 @@ bool DemoJpeg(const DemoContext& context, std::string* error);    // jpeg.txt, j
 bool DemoColour(const DemoContext& context, std::string* error);  // colour.txt, colour_strip.png
 // composite.txt, composite.png, composite_small.png, composite_large.png
 bool DemoComposite(const DemoContext& context, std::string* error);
-bool DemoPlay(const DemoContext& context, std::string* error);  // play.txt, play_capture.wav
+bool DemoPlay(const DemoContext& context, std::string* error);    // play.txt, play_capture.wav
+bool DemoRender(const DemoContext& context, std::string* error);  // render.txt, render.png
 
 }  // namespace ncodec
