@@ -21,6 +21,9 @@ target_compile_definitions(ncodecbase_objects PRIVATE NCB_BUILDING_LIBRARY
 set_target_properties(ncodecbase_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(ncodecbase_objects PRIVATE ncb_flags)
+# Resources compiled into the library (the layered render's shader records).
+include(${CMAKE_CURRENT_LIST_DIR}/ShaderResource.cmake)
+ncb_embed_shader_resource(ncodecbase_objects)
 set(NCB_LINK_LIBS Threads::Threads ZLIB::ZLIB ${CMAKE_DL_LIBS})
 # libarchive serves the RAR reader's library interface. Without it the RAR
 # reader is built with no backend and its Open fails cleanly.

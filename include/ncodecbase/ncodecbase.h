@@ -38,6 +38,9 @@
 // Video output: a described scene shown in a window or composed in memory.
 #include "ncodecbase/video_render.h"
 
+// Layered picture composition on a Direct3D 9-shaped device.
+#include "ncodecbase/layered_render.h"
+
 // Codec plug-in manager.
 #include "ncodecbase/codec_manager.h"
 
