@@ -61,7 +61,7 @@ constexpr DWORD kHeadlessFourCC[] = {MAKEFOURCC('Y', 'V', '1', '2'), MAKEFOURCC(
 
 }  // namespace
 
-std::recursive_mutex& Lock() {
+std::recursive_mutex& LayerLock() {
     static std::recursive_mutex lock;
     return lock;
 }
@@ -152,20 +152,20 @@ bool CallByName(const char* name, Call* call) {
 }
 
 void FailCall(Call call, int skip, int count, HRESULT result) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     const int i = static_cast<int>(call);
     if (i < 0 || i >= dd::kCalls) return;
     dd::g_controls.failures[i] = {skip < 0 ? 0 : skip, count, result};
 }
 
 int CallCount(Call call) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     const int i = static_cast<int>(call);
     return i >= 0 && i < dd::kCalls ? dd::g_controls.counts[i] : 0;
 }
 
 void SetOfferedFourCCs(const DWORD* codes, int count) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     count = codes ? std::clamp(count, 0, dd::kMaxFourCC) : 0;
     std::copy(codes, codes + count, dd::g_controls.fourcc);
     dd::g_controls.fourccCount = count;
@@ -173,24 +173,24 @@ void SetOfferedFourCCs(const DWORD* codes, int count) {
 }
 
 void SetCaps(DWORD caps) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     dd::g_controls.caps = caps;
     dd::g_controls.capsSet = true;
 }
 
 void ForceLoss(int wrongModeCalls) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     dd::g_controls.wrongMode = wrongModeCalls;
     dd::ForEachLiveSurface([](dd::SurfaceBase* s) { s->MarkLost(); });
 }
 
 int LiveObjects() {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     return dd::g_liveObjects;
 }
 
 void Reset() {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     dd::g_controls = dd::Controls{};
 }
 

@@ -11,7 +11,7 @@ namespace nplat::dd {
 
 // Every object and control runs under this lock. Recursive because a method
 // may release another object (a clipper, an overlay's target) while it holds it.
-std::recursive_mutex& Lock();
+std::recursive_mutex& LayerLock();
 
 // Counts the call and answers an armed failure: DD_OK to go on, else the
 // result the call must return. Lock held.

@@ -49,6 +49,7 @@ Clipper::Clipper() { CountObject(1); }
 Clipper::~Clipper() { CountObject(-1); }
 
 HRESULT Clipper::SetHWnd(DWORD flags, HWND hwnd) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kSetHWnd);
     if (FAILED(hr)) return hr;
     if (flags != 0 || (hwnd && !IsWindow(hwnd))) return DDERR_INVALIDPARAMS;
@@ -57,6 +58,7 @@ HRESULT Clipper::SetHWnd(DWORD flags, HWND hwnd) {
 }
 
 HRESULT Clipper::GetHWnd(HWND* hwnd) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     if (!hwnd) return DDERR_INVALIDPARAMS;
     *hwnd = window;
     return DD_OK;
@@ -131,6 +133,7 @@ void Surface::FillDesc(DDSURFACEDESC2* desc) const {
 }
 
 HRESULT Surface::Lock(RECT* rect, DDSURFACEDESC2* desc, DWORD /*flags*/, HANDLE /*event*/) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kLock);
     if (FAILED(hr)) return hr;
     if (!desc || desc->dwSize < sizeof(DDSURFACEDESC2)) return DDERR_INVALIDPARAMS;
@@ -159,6 +162,7 @@ HRESULT Surface::Lock(RECT* rect, DDSURFACEDESC2* desc, DWORD /*flags*/, HANDLE 
 }
 
 HRESULT Surface::Unlock(RECT* /*rect*/) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kUnlock);
     if (FAILED(hr)) return hr;
     if (!m_locked || m_dc) return DDERR_NOTLOCKED;
@@ -170,6 +174,7 @@ HRESULT Surface::Unlock(RECT* /*rect*/) {
 
 HRESULT Surface::Blt(RECT* dstRect, IDirectDrawSurface* srcInterface, RECT* srcRect, DWORD flags,
                      DDBLTFX* fx) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kBlt);
     if (FAILED(hr)) return hr;
     if (m_lost) return DDERR_SURFACELOST;
@@ -290,12 +295,14 @@ HRESULT Surface::WritePrimary(const RECT& d, const uint32_t* rgb, uint32_t fill)
 }
 
 HRESULT Surface::IsLost() {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kIsLost);
     if (FAILED(hr)) return hr;
     return m_lost ? DDERR_SURFACELOST : DD_OK;
 }
 
 HRESULT Surface::Restore() {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kRestore);
     if (FAILED(hr)) return hr;
     if (m_lost && m_bits) FillBlack(m_layout, m_bits, m_pitch, m_width, m_height);
@@ -313,6 +320,7 @@ void Surface::MarkLost() {
 }
 
 HRESULT Surface::GetPixelFormat(DDPIXELFORMAT* format) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kGetPixelFormat);
     if (FAILED(hr)) return hr;
     if (!format) return DDERR_INVALIDPARAMS;
@@ -321,12 +329,14 @@ HRESULT Surface::GetPixelFormat(DDPIXELFORMAT* format) {
 }
 
 HRESULT Surface::GetSurfaceDesc(DDSURFACEDESC2* desc) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     if (!desc || desc->dwSize < sizeof(DDSURFACEDESC2)) return DDERR_INVALIDPARAMS;
     FillDesc(desc);
     return DD_OK;
 }
 
 HRESULT Surface::SetClipper(IDirectDrawClipper* clipper) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kSetClipper);
     if (FAILED(hr)) return hr;
     if (clipper) clipper->AddRef();
@@ -336,6 +346,7 @@ HRESULT Surface::SetClipper(IDirectDrawClipper* clipper) {
 }
 
 HRESULT Surface::GetClipper(IDirectDrawClipper** clipper) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     if (!clipper) return DDERR_INVALIDPARAMS;
     if (!m_clipper) return DDERR_NOCLIPPERATTACHED;
     m_clipper->AddRef();
@@ -345,6 +356,7 @@ HRESULT Surface::GetClipper(IDirectDrawClipper** clipper) {
 
 HRESULT Surface::UpdateOverlay(RECT* srcRect, IDirectDrawSurface* dstInterface, RECT* dstRect,
                                DWORD flags, DDOVERLAYFX* fx) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kUpdateOverlay);
     if (FAILED(hr)) return hr;
     if (m_role != Role::kOverlay) return DDERR_NOTAOVERLAYSURFACE;
@@ -410,6 +422,7 @@ void Surface::HideOverlay() {
 }
 
 HRESULT Surface::GetDC(HDC* dc) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kGetDC);
     if (FAILED(hr)) return hr;
     if (!dc) return DDERR_INVALIDPARAMS;
@@ -424,6 +437,7 @@ HRESULT Surface::GetDC(HDC* dc) {
 }
 
 HRESULT Surface::ReleaseDC(HDC dc) {
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     if (!m_dc || dc != m_dc) return DDERR_NODC;
     DeleteSurfaceDC(m_dc);
     m_dc = nullptr;

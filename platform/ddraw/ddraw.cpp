@@ -18,12 +18,12 @@
 namespace nplat {
 
 ULONG DDObject::AddRef() {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     return static_cast<ULONG>(++m_refs);
 }
 
 ULONG DDObject::Release() {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     const int left = --m_refs;
     if (left == 0) {
         // Every object was made by HeapNew of its final class, which derives
@@ -101,7 +101,7 @@ Device::Device(HMONITOR m) : monitor(m) { CountObject(1); }
 Device::~Device() { CountObject(-1); }
 
 HRESULT Device::QueryInterface(const GUID& iid, void** out) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kQueryInterface);
     if (FAILED(hr)) return hr;
     if (!out) return DDERR_INVALIDPARAMS;
@@ -114,7 +114,7 @@ HRESULT Device::QueryInterface(const GUID& iid, void** out) {
 }
 
 HRESULT Device::SetCooperativeLevel(HWND window, DWORD flags) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kSetCooperativeLevel);
     if (FAILED(hr)) return hr;
     if (flags != DDSCL_NORMAL) return DDERR_INVALIDPARAMS;
@@ -124,7 +124,7 @@ HRESULT Device::SetCooperativeLevel(HWND window, DWORD flags) {
 }
 
 HRESULT Device::GetCaps(DDCAPS* driverCaps, DDCAPS* emulationCaps) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kGetCaps);
     if (FAILED(hr)) return hr;
     if (!driverCaps && !emulationCaps) return DDERR_INVALIDPARAMS;
@@ -144,7 +144,7 @@ HRESULT Device::GetCaps(DDCAPS* driverCaps, DDCAPS* emulationCaps) {
 }
 
 HRESULT Device::GetFourCCCodes(DWORD* count, DWORD* codes) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kGetFourCCCodes);
     if (FAILED(hr)) return hr;
     if (!count) return DDERR_INVALIDPARAMS;
@@ -156,7 +156,7 @@ HRESULT Device::GetFourCCCodes(DWORD* count, DWORD* codes) {
 }
 
 HRESULT Device::CreateSurface(DDSURFACEDESC2* desc, IDirectDrawSurface** out, void* outer) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kCreateSurface);
     if (FAILED(hr)) return hr;
     if (!desc || !out || outer || desc->dwSize < sizeof(DDSURFACEDESC2) ||
@@ -201,7 +201,7 @@ HRESULT Device::CreateSurface(DDSURFACEDESC2* desc, IDirectDrawSurface** out, vo
 }
 
 HRESULT Device::CreateClipper(DWORD flags, IDirectDrawClipper** out, void* outer) {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kCreateClipper);
     if (FAILED(hr)) return hr;
     if (!out || outer || flags) return DDERR_INVALIDPARAMS;
@@ -212,7 +212,7 @@ HRESULT Device::CreateClipper(DWORD flags, IDirectDrawClipper** out, void* outer
 }
 
 HRESULT Device::TestCooperativeLevel() {
-    std::lock_guard<std::recursive_mutex> lock(Lock());
+    std::lock_guard<std::recursive_mutex> lock(LayerLock());
     HRESULT hr = Enter(ddtest::Call::kTestCooperativeLevel);
     if (FAILED(hr)) return hr;
     return TakeWrongMode() ? DDERR_WRONGMODE : DD_OK;
@@ -222,7 +222,7 @@ HRESULT Device::TestCooperativeLevel() {
 
 HRESULT DirectDrawEnumerateExA(LPDDENUMCALLBACKEXA callback, void* context, DWORD flags) {
     {
-        std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+        std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
         HRESULT hr = dd::Enter(ddtest::Call::kEnumerate);
         if (FAILED(hr)) return hr;
     }
@@ -244,7 +244,7 @@ HRESULT DirectDrawEnumerateExA(LPDDENUMCALLBACKEXA callback, void* context, DWOR
 }
 
 HRESULT DirectDrawCreate(GUID* guid, IDirectDraw** out, void* outer) {
-    std::lock_guard<std::recursive_mutex> lock(dd::Lock());
+    std::lock_guard<std::recursive_mutex> lock(dd::LayerLock());
     HRESULT hr = dd::Enter(ddtest::Call::kCreate);
     if (FAILED(hr)) return hr;
     if (!out || outer) return DDERR_INVALIDPARAMS;
