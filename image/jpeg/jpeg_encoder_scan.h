@@ -31,9 +31,13 @@ struct EncodeScan {
     const FdctKernels* kernels = nullptr;
 };
 
-// Huffman codes collect in a local 64-bit register and go to the JPEG-mode
-// bit writer 32 bits at a time, so the writer's per-call bookkeeping (counts,
-// room, stuffing) is paid once per word rather than once per code.
+// Huffman codes collect in a local 64-bit register; every full 32-bit word
+// goes to a small staging array without a branch (the store always happens,
+// the index advances only when a word is complete), because whether a code
+// completes a word is as good as random and a mispredicted branch per code
+// costs more than the store. The words reach the JPEG-mode bit writer once
+// per block, so its per-call bookkeeping (counts, room, stuffing) runs in a
+// tight, predictable loop.
 class HuffmanSink {
   public:
     explicit HuffmanSink(CNWriteBitStream* bits) : bits_(bits) {}
@@ -41,18 +45,28 @@ class HuffmanSink {
     void Put(uint32_t code, int length) {
         held_ = (held_ << length) | code;
         count_ += length;
-        if (count_ >= 32) {
-            count_ -= 32;
-            bits_->WriteBitsUint32(static_cast<uint32_t>(held_ >> count_), 32);
-        }
+        const int full = count_ >= 32;
+        words_[staged_] = static_cast<uint32_t>(held_ >> ((count_ - 32) & 63));
+        staged_ += full;
+        count_ -= 32 * full;
     }
-    // Hands the bits still held to the writer.
+    // Hands the staged words to the writer; call between blocks, since one
+    // block stages at most 57 words.
+    void Drain() {
+        if (staged_ >= kDrainAt) DrainWords();
+    }
+    // Hands every bit still held to the writer.
     void Flush();
 
   private:
+    static constexpr int kDrainAt = 64;
+    void DrainWords();
+
     CNWriteBitStream* bits_;
     uint64_t held_ = 0;  // the last `count_` bits are pending
     int count_ = 0;      // below 32 between calls
+    int staged_ = 0;     // complete words in words_
+    uint32_t words_[kDrainAt + 64];
 };
 
 // Writes every block of the scan through a sink of its own, flushed at the
