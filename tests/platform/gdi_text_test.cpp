@@ -210,6 +210,33 @@ TEST(GdiText, DrawingClipsToTheRectangleUnlessNoClip) {
     }
 }
 
+TEST(GdiText, TextPartlyOffTheTargetIsClippedAtItsEdges) {
+    Canvas canvas(8, 8, BoxFont(-16));
+    SetBkMode(canvas.dc(), TRANSPARENT);
+    RECT rect = {-6, -6, 100, 100};
+    EXPECT_EQ(DrawTextW(canvas.dc(), u"AB", -1, &rect, 0), 16);
+    const std::vector<uint32_t> pixels = canvas.Pixels();
+    // 'A' spans x -6..1 and 'B' x 2..9, both y -6..9: only A's right edge
+    // (x 1) and B's left edge (x 2) fall inside.
+    for (int y = 0; y < 8; ++y) {
+        for (int x = 0; x < 8; ++x) {
+            EXPECT_EQ(pixels[y * 8 + x], x == 1 || x == 2 ? kInkPixel : kPaper) << x << "," << y;
+        }
+    }
+}
+
+TEST(GdiText, MeasuringNearTheEndOfTheCoordinateRangeSaturates) {
+    HDC dc = CreateCompatibleDC(nullptr);
+    HFONT font = BoxFont(-16);
+    SelectObject(dc, font);
+    RECT rect = {INT32_MAX - 10, INT32_MAX - 4, 0, 0};
+    EXPECT_EQ(DrawTextW(dc, u"ABC", -1, &rect, DT_CALCRECT), 16);
+    EXPECT_EQ(rect.right, INT32_MAX);
+    EXPECT_EQ(rect.bottom, INT32_MAX);
+    DeleteDC(dc);
+    DeleteObject(font);
+}
+
 TEST(GdiText, PrefixUnderlinesTheNextCharacter) {
     Canvas canvas(16, 16, BoxFont(-16));
     SetBkMode(canvas.dc(), TRANSPARENT);
