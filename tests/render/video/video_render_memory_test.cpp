@@ -301,6 +301,45 @@ TEST_F(RenderTest, MovedBackgroundBlocksMayOverlap) {
     EXPECT_EQ(Pixel(out, 4, 0), 4u);
 }
 
+TEST_F(RenderTest, BackgroundIsHandedOutWithAReference) {
+    ASSERT_EQ(render.CreateOffScreenBuffer(1, 16, 16, 48, 32, 0, 0, 0x1, kYuvGrey), 1);
+    Format f;
+    CNCodecBuffer* bg = nullptr;
+    ASSERT_EQ(render.GetOffScreenBufferBackground(1, 4, 6, 10, 12, &f, &bg), 1);
+    ASSERT_NE(bg, nullptr);
+    EXPECT_EQ(bg->GetRefCount(), 2);  // the render's and ours
+    EXPECT_EQ(f.nCodecSubType, VIDEO_FORMAT_RGB32);
+    EXPECT_EQ(f.nWidth, 48);
+    EXPECT_EQ(f.nHeight, 32);
+    EXPECT_EQ(f.nRectLeft, 4);
+    EXPECT_EQ(f.nRectRight, 14);
+    EXPECT_EQ(f.nRectTop, 6);
+    EXPECT_EQ(f.nRectBottom, 18);
+    uint32_t first;
+    std::memcpy(&first, bg->GetAddress(), 4);
+    EXPECT_EQ(first, CNVideoProcessor::YUV2RGB(kYuvGrey) | 0xFF000000u);  // opaque fill
+    bg->Release();
+    // Buffers without a background have none to give or change.
+    ASSERT_EQ(render.CreateOffScreenBuffer(2, 16, 16, 0, 0, 0, 0, 0, 0), 1);
+    EXPECT_EQ(render.GetOffScreenBufferBackground(2, 0, 0, 1, 1, &f, &bg), 0);
+    EXPECT_EQ(render.ClearOffScreenBufferBackground(2), 0);
+    EXPECT_EQ(render.MoveOffScreenBufferBackground(2, 0, 0, 1, 1, 2, 2), 0);
+}
+
+TEST_F(RenderTest, RotatedBackgroundFrameTurnsBeforeItIsBurntIn) {
+    ASSERT_EQ(render.CreateOffScreenBuffer(1, 8, 16, 8, 16, 0, 0, 0x1, kYuvBlack), 1);
+    Picture p;
+    // 16 x 8, bright left half: turned counter-clockwise (rotation 2) it
+    // becomes 8 x 16 with the bright half at the bottom.
+    MakeYuv(&p, VIDEO_FORMAT_YUV420, 16, 8,
+            [](int plane, int x, int) -> uint8_t { return plane == 0 ? (x < 8 ? 235 : 16) : 128; });
+    ASSERT_EQ(AddFrame(render, 1, 0, 1, p, {0, 0, 8, 16}, 0x1 | 0x2000), 1);
+    Picture out;
+    Compose(1, &out);
+    EXPECT_GT(Pixel(out, 4, 14) & 0xFF, 0xE0u);
+    EXPECT_LT(Pixel(out, 4, 2) & 0xFF, 0x20u);
+}
+
 struct RemoveCase {
     const char* name;
     int keepImage;
@@ -366,6 +405,49 @@ TEST_F(RenderTest, YuvFrameMatchesTheSingleColourConversion) {
                 << code;
         ASSERT_EQ(render.RemoveFrame(1, 1, 0, 0), 1);
     }
+}
+
+// Fills a one-plane picture (AI44 bytes, AYUV words) from `byte(x, i)`,
+// i the byte within the pixel.
+void FillPacked(Picture* p, int code, int w, int h, const std::function<uint8_t(int, int)>& byte) {
+    Allocate(p, code, w, h);
+    ncb::PlaneSet s;
+    ASSERT_TRUE(ncb::GetPlanes(p->format, p->Data(), false, &s));
+    const int bpp = ncb::Bpp0(code);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w * bpp; ++x)
+            s.plane0.data[y * s.plane0.pitch + x] = byte(x / bpp, x % bpp);
+}
+
+TEST_F(RenderTest, TextAndAyuvBitmapFramesBlendByTheirOwnAlpha) {
+    ASSERT_EQ(render.CreateOffScreenBuffer(1, 16, 8, 0, 0, 0, 0, 0x100, kYuvBlack), 1);
+    // AI44: the left half opaque palette entry 1 (white), the right half alpha 0.
+    Picture text, bitmap;
+    FillPacked(&text, VIDEO_FORMAT_AI44, 8, 8,
+               [](int x, int) -> uint8_t { return x < 4 ? 0xF1 : 0x01; });
+    auto* palette = static_cast<uint8_t*>(text.buffer->AllocateAddiInfo(64));
+    ASSERT_NE(palette, nullptr);
+    std::memset(palette, 0, 64);
+    const uint8_t white[4] = {128, 128, 235, 0};  // V, U, Y; the alpha comes from each byte
+    std::memcpy(palette + 4, white, 4);
+    // AYUV (bytes V, U, Y, A): an opaque red.
+    FillPacked(&bitmap, VIDEO_FORMAT_AYUV, 8, 8, [](int, int i) -> uint8_t {
+        const uint8_t vuya[4] = {240, 90, 81, 255};
+        return vuya[i];
+    });
+    ASSERT_EQ(AddFrame(render, 1, 1, 0, text, {0, 0, 8, 8}, 0x2), 1);
+    ASSERT_EQ(AddFrame(render, 1, 2, 0, bitmap, {8, 0, 16, 8}, 0x4), 1);
+    Picture out;
+    Compose(1, &out);
+    const uint32_t w = CNVideoProcessor::YUV2RGB(0xEB8080),
+                   red = CNVideoProcessor::YUV2RGB(0x515AF0);
+    for (int shift : {0, 8, 16}) {
+        EXPECT_NEAR(static_cast<int>(Pixel(out, 1, 1) >> shift & 0xFF),
+                    static_cast<int>(w >> shift & 0xFF), 3);
+        EXPECT_NEAR(static_cast<int>(Pixel(out, 12, 4) >> shift & 0xFF),
+                    static_cast<int>(red >> shift & 0xFF), 4);
+    }
+    EXPECT_EQ(Pixel(out, 6, 1), 0u);  // alpha 0: the fill stays
 }
 
 // ---- Intermediate pictures ----
