@@ -217,8 +217,10 @@ int CNVideoRender::ConfigFrame(int bufferId, int frameId, nplat::RECT* src, npla
     FrameInfoTag* f = FrameAt(b, i);
     const uint32_t newFlags = (f->uFlags & ~kFrameConfigMask) | (flags & kFrameConfigMask);
     Alignment align;
-    if (!CheckFrameFormat(newFlags, frameId, alpha, f->stFormat.nCodecType,
-                          f->stFormat.nCodecSubType, &align))
+    // Only the alignment is taken again: the kind and format were accepted
+    // by AddFrame and the kind bits cannot change here.
+    if (!CheckFrameFormat(newFlags, frameId, 255, f->stFormat.nCodecType, f->stFormat.nCodecSubType,
+                          &align))
         return 0;
     f->uFlags = newFlags;
     nplat::RECT whole = {0, 0, f->nOriginRight - f->nOriginX, f->nOriginBottom - f->nOriginY};

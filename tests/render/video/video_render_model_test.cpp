@@ -289,6 +289,12 @@ TEST_F(RenderTest, FrameInfoGivesBackWhatAddFrameTook) {
     EXPECT_EQ(c.nGainY, 300);
     EXPECT_EQ(c.nAlpha, 200);  // the last word carries the frame's alpha
 
+    // The main frame's alpha is checked by AddFrame only.
+    ASSERT_EQ(render.AddFrame(1, 0, 0, &p.format, p.buffer, nullptr, nullptr, 0x1, 0, 255, nullptr),
+              1);
+    EXPECT_EQ(render.ConfigFrame(1, 0, nullptr, nullptr, 0, 0, 128, nullptr), 1);
+    ASSERT_EQ(render.RemoveFrame(1, 0, 0, 0), 1);
+
     // A null conversion stores the neutral settings.
     ASSERT_EQ(render.ConfigFrame(1, 4, nullptr, nullptr, 0, 0, 77, nullptr), 1);
     ASSERT_EQ(
