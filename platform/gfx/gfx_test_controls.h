@@ -101,6 +101,8 @@ GfxCounters Counters();
 
 // Called by the implementations.
 bool ShouldFail(GfxCall call, HRESULT* result);
+// D3D_OK, or the armed failure's result.
+HRESULT Injected(GfxCall call);
 bool IsFormatSupported(DWORD usage, D3DFORMAT format);
 bool RefusePs2a();
 bool RefuseFlipEx();

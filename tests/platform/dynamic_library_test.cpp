@@ -9,6 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include "platform/gfx/d3d9.h"
+#include "platform/gfx/dxva2.h"
 #include "tests/support/test_paths.h"
 
 namespace {
@@ -79,6 +81,39 @@ TEST(DynamicLibrary, FailuresGiveNull) {
 
     EXPECT_EQ(GetProcAddress(nullptr, "NTestPluginAdd"), nullptr);
     EXPECT_FALSE(FreeLibrary(nullptr));
+}
+
+// The system modules the renders load resolve to the library's own graphics
+// layer, whatever their case and whatever files lie around.
+TEST(DynamicLibrary, BuiltInGraphicsModulesResolveBeforeAnyFile) {
+    std::filesystem::path cwd = std::filesystem::current_path();
+    std::filesystem::current_path(ncbtest::ScratchDir());
+    std::ofstream("d3d9.dll") << "a stray file that must never be opened";
+    HMODULE d3d9 = LoadLibrary("d3d9.dll");
+    HMODULE upper = LoadLibrary("D3D9.DLL");
+    HMODULE dxva2 = LoadLibrary("dxva2.dll");
+    std::filesystem::current_path(cwd);
+    ASSERT_NE(d3d9, nullptr);
+    ASSERT_NE(dxva2, nullptr);
+    EXPECT_EQ(d3d9, upper);
+    EXPECT_EQ(GetProcAddress(d3d9, "Direct3DCreate9Ex"),
+              reinterpret_cast<FARPROC>(&nplat::Direct3DCreate9Ex));
+    EXPECT_EQ(GetProcAddress(dxva2, "DXVA2CreateVideoService"),
+              reinterpret_cast<FARPROC>(&nplat::DXVA2CreateVideoService));
+    EXPECT_EQ(GetProcAddress(d3d9, "Direct3DCreate9"), nullptr);
+    EXPECT_EQ(GetProcAddress(dxva2, "Direct3DCreate9Ex"), nullptr);
+
+    auto create =
+        reinterpret_cast<nplat::Direct3DCreate9ExFn>(GetProcAddress(d3d9, "Direct3DCreate9Ex"));
+    nplat::IDirect3D9Ex* d3d = nullptr;
+    ASSERT_EQ(create(nplat::D3D_SDK_VERSION, &d3d), nplat::D3D_OK);
+    EXPECT_EQ(d3d->GetAdapterCount(), 1u);
+    d3d->Release();
+    EXPECT_TRUE(FreeLibrary(d3d9));
+    EXPECT_TRUE(FreeLibrary(upper));
+    EXPECT_TRUE(FreeLibrary(dxva2));
+    // A path names a file, never the built-in module.
+    EXPECT_EQ(LoadLibrary((ncbtest::ScratchDir() + "/d3d9.dll").c_str()), nullptr);
 }
 
 }  // namespace
