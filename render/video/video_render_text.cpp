@@ -72,6 +72,7 @@ int CNVideoRender::RenderDrawText(int direct3D, void* surface, CNDataList* texts
     nplat::HRESULT hr = direct3D ? D3DSurfaceGetDC(surface, &dc)
                                  : static_cast<nplat::IDirectDrawSurface*>(surface)->GetDC(&dc);
     if (nplat::FAILED(hr) || !dc) {
+        std::lock_guard<CNLock> guard(m_lock);  // re-entrant: the render thread holds it already
         (direct3D ? m_stStat.uD3DError : m_stStat.uDDrawError) = static_cast<uint32_t>(hr);
         return 0;
     }
