@@ -214,7 +214,7 @@ class NCB_API CNHVideoRender {
     struct Impl;
 
   private:
-    Impl* m_pImpl = nullptr;  // made by Init, gone after Uninit
+    Impl* m_pImpl = nullptr;  // made by the first Init, freed with the object
 };
 
 static_assert(sizeof(CNHVideoRender::ConfigInfoTag) == 24);

@@ -16,6 +16,7 @@ int RunCpu(const Args& args);
 int RunDemo(const Args& args);
 int RunDevices(const Args& args);
 int RunInfo(const Args& args);
+int RunLayers(const Args& args);
 int RunPlay(const Args& args);
 int RunPlugins(const Args& args);
 int RunRar(const Args& args);

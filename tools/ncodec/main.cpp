@@ -57,6 +57,10 @@ constexpr Command kCommands[] = {
      "scenes [--size WxH] [--options BITS] FILE...\n"
      "                    scene cuts over pictures (or raw 4:2:0 frames): index, cut, confidence",
      ncodec::RunScenes},
+    {"layers",
+     "layers SCENE.json --out FILE [--device soft]\n"
+     "                    compose static layers of pictures through the layered render",
+     ncodec::RunLayers},
     {"show",
      "show IMAGE... [--text \"...\"] [--out FILE]\n"
      "                    compose pictures and a text through the video render (frame.png)",
