@@ -29,6 +29,10 @@ constexpr DemoStep kDemoSteps[] = {
     {"play", "one second through the audio render on the virtual sound device", DemoPlay},
     {"render", "a scene of frames, a burnt-in background and captions composed by the video render",
      DemoRender},
+    {"layers",
+     "a video layer with a caption and a static layer mapped three ways, composed by the layered "
+     "render",
+     DemoLayers},
 };
 
 struct DemoOptions {

@@ -18,5 +18,6 @@ bool DemoColour(const DemoContext& context, std::string* error);  // colour.txt,
 bool DemoComposite(const DemoContext& context, std::string* error);
 bool DemoPlay(const DemoContext& context, std::string* error);    // play.txt, play_capture.wav
 bool DemoRender(const DemoContext& context, std::string* error);  // render.txt, render.png
+bool DemoLayers(const DemoContext& context, std::string* error);  // layers.txt, layers.png
 
 }  // namespace ncodec
