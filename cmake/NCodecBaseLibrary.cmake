@@ -101,6 +101,9 @@ target_link_libraries(ncodecbase PRIVATE ${NCB_LINK_LIBS})
 set_target_properties(ncodecbase PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     EXPORT_NAME NCodecBase)
+target_link_options(ncodecbase PRIVATE
+    "LINKER:--version-script=${CMAKE_CURRENT_LIST_DIR}/ncodecbase.map")
+set_property(TARGET ncodecbase APPEND PROPERTY LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/ncodecbase.map)
 add_library(NCodecBase::NCodecBase ALIAS ncodecbase)
 
 # In-tree consumers (tests, tools, benchmarks) link the same objects
