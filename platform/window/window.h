@@ -137,6 +137,8 @@ NCB_API HWND CreateMemoryWindow(int x, int y, int width, int height);
 // A top-level X11 window with a client area of width x height at (x, y) on
 // `displayName` (null: $DISPLAY), mapped, with its own connection and pump
 // thread. Null without X11 support, without a display, or on failure.
+// From then on the screen's monitors are the display's (RandR monitors, or
+// the whole root window), read again on every RandR screen change.
 NCB_API HWND CreateX11Window(const char* displayName, int x, int y, int width, int height,
                              const char* title);
 // Wraps a window the host made: the layer opens its own connection to the
@@ -174,9 +176,10 @@ int SnapshotClient(HWND window, void* rgb32, int pitchBytes);
 
 // Direct access for DirectDraw: the client pixels in the screen format, with
 // the window's pixel lock held between Lock and Unlock. Unlock shows the
-// changed rectangle (null: nothing changed). Pixels outside `visible` rects
-// (hidden or covered parts) must be left alone by the writer: Lock reports
-// whether the window is visible and the covered client rect.
+// changed rectangle (null: nothing changed). A writer leaves alone what the
+// user cannot see, as a clipped blit would: everything while `visible` is
+// false, and the `covered` rectangle. Call nothing else of this layer for the
+// same window in between.
 struct ClientPixels {
     uint8_t* bits;
     int pitch;
@@ -213,6 +216,10 @@ ScreenFormat GetScreenFormat();
 bool ScreenIsX11();
 // Sends WM_DISPLAYCHANGE to every live window (on the caller's thread).
 void BroadcastDisplayChange();
+
+// Whether X11 windows created from now on may scan out through shared
+// memory (default true); false exercises the plain XPutImage path.
+void SetX11SharedMemoryAllowed(bool allowed);
 
 // Memory windows only (0 for other kinds): each change sends the messages
 // Windows would send, on the caller's thread: WM_MOVE for a new position,

@@ -39,6 +39,7 @@ namespace nplat {
 namespace {
 
 std::atomic<bool> g_xError{false};
+std::atomic<bool> g_allowShm{true};
 
 int TrapError(Display*, XErrorEvent*) {
     g_xError = true;
@@ -158,7 +159,7 @@ bool X11Window::Open(const char* displayName, unsigned long existing, int x, int
     m_gc = XCreateGC(m_display, m_window, 0, nullptr);
     int major, minor, errorBase;
     Bool pixmaps;
-    m_useShm = XShmQueryVersion(m_display, &major, &minor, &pixmaps) != 0;
+    m_useShm = g_allowShm && XShmQueryVersion(m_display, &major, &minor, &pixmaps) != 0;
     if (XRRQueryExtension(m_display, &m_randrEvent, &errorBase)) {
         XRRSelectInput(m_display, m_root, RRScreenChangeNotifyMask);
     } else {
@@ -424,6 +425,8 @@ HWND WrapX11Window(_XDisplay* display, unsigned long x11Window) {
     return MakeX11Window(DisplayString(display), x11Window, 0, 0, 0, 0, nullptr);
 }
 
+void SetX11SharedMemoryAllowed(bool allowed) { g_allowShm = allowed; }
+
 unsigned long GetX11WindowId(HWND handle) {
     WindowRef w(handle);
     if (!w || w->kind() != Window::Kind::kX11) return 0;
@@ -439,6 +442,7 @@ namespace nplat {
 HWND CreateX11Window(const char*, int, int, int, int, const char*) { return nullptr; }
 HWND WrapX11Window(_XDisplay*, unsigned long) { return nullptr; }
 unsigned long GetX11WindowId(HWND) { return 0; }
+void SetX11SharedMemoryAllowed(bool) {}
 
 }  // namespace nplat
 

@@ -23,7 +23,8 @@ target_compile_definitions(ncodecbase_tests PRIVATE
 # each test skips where Xvfb cannot run.
 if(NCB_HAVE_X11)
     add_executable(ncb_x11_smoke ${CMAKE_CURRENT_LIST_DIR}/x11_smoke.cpp)
-    target_link_libraries(ncb_x11_smoke PRIVATE ncb_test_support GTest::gtest_main X11::X11)
+    target_link_libraries(ncb_x11_smoke PRIVATE ncb_test_support GTest::gtest_main X11::X11
+        X11::Xrandr)
     gtest_discover_tests(ncb_x11_smoke NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60 PROPERTIES LABELS x11)
 endif()

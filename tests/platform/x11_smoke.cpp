@@ -20,6 +20,7 @@
 // Xlib last: its macros (None, Bool, Status) would break the headers above.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/Xrandr.h>
 
 namespace {
 
@@ -146,7 +147,17 @@ class X11Smoke : public ::testing::Test {
 
 ncbtest::XvfbServer* X11Smoke::server = nullptr;
 
-TEST_F(X11Smoke, BlitReadsBackEqualToTheMemoryWindow) {
+// Both scan-out paths: shared memory and plain XPutImage.
+class X11ScanOut : public X11Smoke, public ::testing::WithParamInterface<bool> {
+  protected:
+    void TearDown() override {
+        SetX11SharedMemoryAllowed(true);
+        X11Smoke::TearDown();
+    }
+};
+
+TEST_P(X11ScanOut, BlitReadsBackEqualToTheMemoryWindow) {
+    SetX11SharedMemoryAllowed(GetParam());
     HWND x11 = CreateX11Window(server->display().c_str(), 40, 30, kWidth, kHeight, "smoke");
     ASSERT_NE(x11, nullptr);
     EXPECT_TRUE(ScreenIsX11());
@@ -177,6 +188,9 @@ TEST_F(X11Smoke, BlitReadsBackEqualToTheMemoryWindow) {
     DestroyWindow(x11);
     EXPECT_EQ(ddtest::LiveObjects(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Paths, X11ScanOut, ::testing::Values(true, false),
+                         [](const auto& info) { return info.param ? "Shm" : "PutImage"; });
 
 TEST_F(X11Smoke, ServerEventsBecomeMessagesAndMappingShowsThePixelsAgain) {
     HWND x11 = CreateX11Window(server->display().c_str(), 10, 10, kWidth, kHeight, "events");
@@ -232,6 +246,43 @@ TEST_F(X11Smoke, HostWindowCanBeWrappedAndOutlivesTheHandle) {
     EXPECT_NE(XGetWindowAttributes(probe, own, &attributes), 0);  // still the host's
     XDestroyWindow(probe, own);
     XSync(probe, False);
+}
+
+TEST_F(X11Smoke, ScreenSizeChangeBecomesDisplayChange) {
+    HWND x11 = CreateX11Window(server->display().c_str(), 0, 0, 32, 32, "randr");
+    ASSERT_NE(x11, nullptr);
+    SetWindowLongPtrA(x11, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Recorder));
+    const ::Window root = DefaultRootWindow(probe);
+    // Xvfb cannot grow its screen; it can shrink once its one output is off.
+    XRRScreenResources* resources = XRRGetScreenResources(probe, root);
+    ASSERT_NE(resources, nullptr);
+    ASSERT_GE(resources->ncrtc, 1);
+    const RRCrtc crtc = resources->crtcs[0];
+    XRRCrtcInfo* info = XRRGetCrtcInfo(probe, resources, crtc);
+    ASSERT_NE(info, nullptr);
+    static bool refused;
+    refused = false;
+    auto previous = XSetErrorHandler([](Display*, XErrorEvent*) {
+        refused = true;
+        return 0;
+    });
+    XRRSetCrtcConfig(probe, resources, crtc, CurrentTime, 0, 0, 0, RR_Rotate_0, nullptr, 0);
+    XRRSetScreenSize(probe, root, 1024, 768, 270, 203);
+    XSync(probe, False);
+    if (!refused) {
+        EXPECT_TRUE(WaitFor([] { return Received(WM_DISPLAYCHANGE); }));
+        EXPECT_TRUE(WaitFor([] { return GetSystemMetrics(SM_CXSCREEN) == 1024; }));
+        // Back as it was for the tests that follow.
+        XRRSetScreenSize(probe, root, 1280, 1024, 338, 270);
+        XRRSetCrtcConfig(probe, resources, crtc, CurrentTime, info->x, info->y, info->mode,
+                         info->rotation, info->outputs, info->noutput);
+        XSync(probe, False);
+    }
+    XSetErrorHandler(previous);
+    XRRFreeCrtcInfo(info);
+    XRRFreeScreenResources(resources);
+    DestroyWindow(x11);
+    if (refused) GTEST_SKIP() << "this X server refuses to change its screen size";
 }
 
 TEST(X11Absent, CreationFailsCleanlyWithoutAServer) {
