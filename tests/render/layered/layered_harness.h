@@ -38,6 +38,7 @@ struct Picture {
 template <typename Fill>
 void MakePicture(Picture* p, int code, int width, int height, Fill fill) {
     ncb::InitVideoFormat(&p->format, code, width, height);
+    if (p->buffer) p->buffer->Release();  // a picture may be made again
     p->buffer = CNCodecBuffer::CreateBuffer();
     ASSERT_NE(p->buffer, nullptr);
     ASSERT_NE(ncb::AllocateFrame(p->buffer, &p->format), nullptr);
