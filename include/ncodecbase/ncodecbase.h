@@ -4,6 +4,7 @@
 
 #include "ncodecbase/export.h"
 #include "ncodecbase/host_events.h"
+#include "ncodecbase/host_windows.h"
 #include "ncodecbase/win_types.h"
 
 // Base services, buffers and descriptors, CPU helper.

@@ -38,10 +38,8 @@
 #include <cstdint>
 
 #include "ncodecbase/export.h"
+#include "ncodecbase/host_windows.h"
 #include "ncodecbase/win_types.h"
-
-// Xlib's Display, declared so this header does not pull in Xlib.
-struct _XDisplay;
 
 namespace nplat {
 
@@ -131,26 +129,9 @@ BOOL GetMonitorInfoA(HMONITOR monitor, MONITORINFO* info);
 
 // ---- creation ----
 
-// A headless window whose client area lies at (x, y) on the screen with the
-// given size (both at least 1). Visible, uncovered, black. Null on failure.
-NCB_API HWND CreateMemoryWindow(int x, int y, int width, int height);
-// A top-level X11 window with a client area of width x height at (x, y) on
-// `displayName` (null: $DISPLAY), mapped, with its own connection and pump
-// thread. Null without X11 support, without a display, or on failure.
-// From then on the screen's monitors are the display's (RandR monitors, or
-// the whole root window), read again on every RandR screen change.
-NCB_API HWND CreateX11Window(const char* displayName, int x, int y, int width, int height,
-                             const char* title);
-// Wraps a window the host made: the layer opens its own connection to the
-// same display, listens for the window's structure, exposure and visibility
-// events and draws into it, and never destroys it. Null as above.
-NCB_API HWND WrapX11Window(_XDisplay* display, unsigned long x11Window);
-// The X window id behind an X11 window (0 for other kinds or a dead handle).
-NCB_API unsigned long GetX11WindowId(HWND window);
-// Stops the pump thread and frees the window (an X11 window made by
-// CreateX11Window is destroyed; a wrapped one is left to its host). 0 for a
-// dead handle. Messages still in dispatch on other threads finish first.
-NCB_API BOOL DestroyWindow(HWND window);
+// CreateMemoryWindow, CreateX11Window, WrapX11Window, GetX11WindowId,
+// DestroyWindow and SnapshotClient are what hosts call: they are declared in
+// the public header below.
 
 // ---- client pixels ----
 
@@ -169,10 +150,7 @@ uint32_t RGBFromScreenValue(ScreenFormat format, uint32_t value);
 // or covered is skipped), converting to the screen format, then shows it
 // (X11: scan-out). 1, or 0 for a dead window, a null picture or no memory.
 int PutClientPixels(HWND window, const RECT& clientDst, const void* rgb32, int pitchBytes);
-// What a user would see in the client area, as 0x00RRGGBB: the client pixels
-// with the keyed overlay shown where they equal its colour key. The output
-// holds the client size (GetClientRect). 1 or 0.
-int SnapshotClient(HWND window, void* rgb32, int pitchBytes);
+// SnapshotClient (what a user would see) is in the public header.
 
 // Direct access for DirectDraw: the client pixels in the screen format, with
 // the window's pixel lock held between Lock and Unlock. Unlock shows the
