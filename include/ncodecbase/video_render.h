@@ -417,6 +417,8 @@ class NCB_API CNVideoRender {
     int RenderDrawText_DDraw(FrameInfoTag* frame, void* surface);
     int RenderDrawBitmap_DDraw(FrameInfoTag* frame, void* surface);
     int FillBackground_DDraw();
+    // Puts the composition surface's visible parts on each overlapped monitor.
+    int PutCompositionOnMonitors(void* composition);
     int RenderDrawMainVideoFrame_DDrawOverlap(BufferInfoTag* buffer, FrameInfoTag* frame);
     int FillBackgroundColorKey_DDrawOverlap(void* surface);
     CNCodecBuffer* LockOverlapSurface(VideoFormatInfoTag* format);
