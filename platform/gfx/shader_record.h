@@ -23,9 +23,9 @@
 // holds Y in red, U in green, V in blue, alpha in alpha; an A8L8 UV plane has
 // U in the first channel and V in alpha. De-interlacers take c0.x, c0.y =
 // texel width and height of the full picture and c0.z = the parity of the
-// rows that are kept (0: even rows, 1: odd rows); chroma comes from the
-// field texture of the pixel's own row parity where the pixel keeps its
-// sample and from the kept field's texture where it is interpolated.
+// rows that are kept (0: even rows, 1: odd rows); a planar source reads each
+// sample's chroma from the field texture of the row that sample falls in
+// (top: even rows); their output is opaque.
 //
 // Not here: parsing a real compiled shader's instruction stream.
 #pragma once

@@ -52,9 +52,28 @@ Float4 Texel(const SamplerView& s, int x, int y) {
     return LoadPixel(s.format, p);
 }
 
-Float4 Lerp(const Float4& a, const Float4& b, float w) {
-    return {a.r + (b.r - a.r) * w, a.g + (b.g - a.g) * w, a.b + (b.b - a.b) * w,
-            a.a + (b.a - a.a) * w};
+// The bilinear mix of texels top-left, top-right, bottom-left, bottom-right.
+inline Float4 Weighted(const Float4 t[4], float wx, float wy) {
+    const float w[4] = {(1.0f - wx) * (1.0f - wy), wx * (1.0f - wy), (1.0f - wx) * wy, wx * wy};
+    Float4 o{0.0f, 0.0f, 0.0f, 0.0f};
+    for (int i = 0; i < 4; ++i) {
+        o.r += t[i].r * w[i];
+        o.g += t[i].g * w[i];
+        o.b += t[i].b * w[i];
+        o.a += t[i].a * w[i];
+    }
+    return o;
+}
+
+// Bilinear filtering of four texels that all lie inside the texture, with
+// the format known at compile time so the texel loads inline.
+template <D3DFORMAT format>
+Float4 BilinearInside(const SamplerView& s, int x0, int y0, float wx, float wy) {
+    constexpr int bytes = FormatBytes(format);
+    const uint8_t* p = s.bits + static_cast<ptrdiff_t>(y0) * s.pitch + x0 * bytes;
+    const Float4 t[4] = {LoadPixel(format, p), LoadPixel(format, p + bytes),
+                         LoadPixel(format, p + s.pitch), LoadPixel(format, p + s.pitch + bytes)};
+    return Weighted(t, wx, wy);
 }
 
 // Splits a texel-space coordinate into the left texel and a weight in
@@ -62,7 +81,7 @@ Float4 Lerp(const Float4& a, const Float4& b, float w) {
 void LinearSplit(float t, int* i0, float* w) {
     float f = t - 0.5f;
     int i = FloorToInt(f);
-    int q = static_cast<int>(std::lround((f - static_cast<float>(i)) * 256.0f));
+    int q = static_cast<int>((f - static_cast<float>(i)) * 256.0f + 0.5f);
     if (q >= 256) {
         ++i;
         q = 0;
@@ -83,9 +102,24 @@ Float4 SampleTexture(const SamplerView& s, float u, float v, bool minified) {
     float wx, wy;
     LinearSplit(tu, &x0, &wx);
     LinearSplit(tv, &y0, &wy);
-    Float4 top = Lerp(Texel(s, x0, y0), Texel(s, x0 + 1, y0), wx);
-    Float4 bottom = Lerp(Texel(s, x0, y0 + 1), Texel(s, x0 + 1, y0 + 1), wx);
-    return Lerp(top, bottom, wy);
+    if (x0 >= 0 && y0 >= 0 && x0 + 1 < s.width && y0 + 1 < s.height) {
+        // All four texels inside: no addressing needed (the common case).
+        switch (s.format) {
+            case D3DFMT_L8:
+                return BilinearInside<D3DFMT_L8>(s, x0, y0, wx, wy);
+            case D3DFMT_A8L8:
+                return BilinearInside<D3DFMT_A8L8>(s, x0, y0, wx, wy);
+            case D3DFMT_A8R8G8B8:
+                return BilinearInside<D3DFMT_A8R8G8B8>(s, x0, y0, wx, wy);
+            case D3DFMT_X8R8G8B8:
+                return BilinearInside<D3DFMT_X8R8G8B8>(s, x0, y0, wx, wy);
+            default:
+                break;
+        }
+    }
+    const Float4 t[4] = {Texel(s, x0, y0), Texel(s, x0 + 1, y0), Texel(s, x0, y0 + 1),
+                         Texel(s, x0 + 1, y0 + 1)};
+    return Weighted(t, wx, wy);
 }
 
 namespace {
@@ -237,37 +271,39 @@ void FixedFunction(const ShaderContext& ctx, const SpanCoords& coords, int count
 enum class Layout { kRgb, kPacked, kThreePlanes, kTwoPlanes };
 
 // What a de-interlacer reads at one place: the luma that steers it and the
-// colour it outputs (RGB sources) or the luma sample (planar sources).
+// colour it outputs, as RGB (RGB sources) or as Y, U, V (YUV sources, chroma
+// not yet centred). A planar source takes its chroma from the field texture
+// of the row the coordinate falls in (top field: even rows).
 struct Probe {
     float luma;
     Float4 colour;
 };
 
 template <Layout layout>
-inline Probe ProbeAt(const ShaderContext& ctx, float u, float v) {
+inline Probe ProbeAt(const ShaderContext& ctx, float u, float v, float th) {
     Float4 s = SampleAt(ctx, 0, u, v);
-    if constexpr (layout == Layout::kRgb) return {Luma(s), s};
-    return {s.r, s};
+    if constexpr (layout == Layout::kRgb) return {Luma(s), {s.r, s.g, s.b, 1.0f}};
+    if constexpr (layout == Layout::kPacked) return {s.r, {s.r, s.g, s.b, 1.0f}};
+    int field = (th > 0.0f ? FloorToInt(v / th) : 0) & 1;
+    if constexpr (layout == Layout::kTwoPlanes) {
+        Float4 uv = SampleAt(ctx, 1 + field, u, v);
+        return {s.r, {s.r, uv.r, uv.a, 1.0f}};
+    } else {
+        float cu = SampleAt(ctx, 1 + field, u, v).r;
+        float cv = SampleAt(ctx, 3 + field, u, v).r;
+        return {s.r, {s.r, cu, cv, 1.0f}};
+    }
 }
 
 inline Float4 Average(const Float4& a, const Float4& b) {
     return {(a.r + b.r) * 0.5f, (a.g + b.g) * 0.5f, (a.b + b.b) * 0.5f, (a.a + b.a) * 0.5f};
 }
 
-// Chroma of a planar picture from the top (field 0) or bottom (field 1)
-// field textures.
-template <Layout layout>
-inline Yuv PlanarColour(const ShaderContext& ctx, float y, int field, float u, float v) {
-    if constexpr (layout == Layout::kTwoPlanes) {
-        Float4 uv = SampleAt(ctx, 1 + field, u, v);
-        return {y, uv.r - 0.5f, uv.a - 0.5f};
-    } else {
-        float cu = SampleAt(ctx, 1 + field, u, v).r;
-        float cv = SampleAt(ctx, 3 + field, u, v).r;
-        return {y, cu - 0.5f, cv - 0.5f};
-    }
-}
-
+// Records 4-11. Pixels on the kept field's rows pass through; the others
+// keep their sample when its luma lies between the luma of the neighbour pair
+// (the vertical pair, or for the edge-directed forms the best agreeing of the
+// vertical and the two diagonal pairs, vertical first on ties) and take the
+// pair's mean otherwise. The output is opaque.
 template <Layout layout, bool edgeDirected>
 void Deinterlace(const ShaderContext& ctx, const SpanCoords& coords, int count, Float4* out) {
     const float* c0 = C0(ctx);
@@ -278,26 +314,23 @@ void Deinterlace(const ShaderContext& ctx, const SpanCoords& coords, int count, 
         Tex t = At(coords, i);
         float u = t.u[0];
         float v = t.v[0];
-        int row = th > 0.0f ? FloorToInt(v / th) : 0;
-        int parity = row & 1;
-        Probe cur = ProbeAt<layout>(ctx, u, v);
-        bool keep = parity == kept;
-        Float4 blended{};
-        if (!keep) {
-            Probe up = ProbeAt<layout>(ctx, u, v - th);
-            Probe down = ProbeAt<layout>(ctx, u, v + th);
+        int parity = (th > 0.0f ? FloorToInt(v / th) : 0) & 1;
+        Probe cur = ProbeAt<layout>(ctx, u, v, th);
+        Float4 s = cur.colour;
+        if (parity != kept) {
+            Probe up = ProbeAt<layout>(ctx, u, v - th, th);
+            Probe down = ProbeAt<layout>(ctx, u, v + th, th);
             if constexpr (edgeDirected) {
-                // Vertical first, so a tie keeps the plain vertical pair.
                 float best = std::fabs(up.luma - down.luma);
-                Probe ul = ProbeAt<layout>(ctx, u - tw, v - th);
-                Probe dr = ProbeAt<layout>(ctx, u + tw, v + th);
+                Probe ul = ProbeAt<layout>(ctx, u - tw, v - th, th);
+                Probe dr = ProbeAt<layout>(ctx, u + tw, v + th, th);
                 if (std::fabs(ul.luma - dr.luma) < best) {
                     best = std::fabs(ul.luma - dr.luma);
                     up = ul;
                     down = dr;
                 }
-                Probe ur = ProbeAt<layout>(ctx, u + tw, v - th);
-                Probe dl = ProbeAt<layout>(ctx, u - tw, v + th);
+                Probe ur = ProbeAt<layout>(ctx, u + tw, v - th, th);
+                Probe dl = ProbeAt<layout>(ctx, u - tw, v + th, th);
                 if (std::fabs(ur.luma - dl.luma) < best) {
                     up = ur;
                     down = dl;
@@ -305,20 +338,12 @@ void Deinterlace(const ShaderContext& ctx, const SpanCoords& coords, int count, 
             }
             float lo = std::fmin(up.luma, down.luma);
             float hi = std::fmax(up.luma, down.luma);
-            if (cur.luma >= lo && cur.luma <= hi) {
-                keep = true;
-            } else {
-                blended = Average(up.colour, down.colour);
-            }
+            if (cur.luma < lo || cur.luma > hi) s = Average(up.colour, down.colour);
         }
-        Float4 s = keep ? cur.colour : blended;
         if constexpr (layout == Layout::kRgb) {
             out[i] = s;
-        } else if constexpr (layout == Layout::kPacked) {
-            out[i] = ToRgb(FromPacked(s), s.a);
         } else {
-            int field = keep ? parity : kept;
-            out[i] = ToRgb(PlanarColour<layout>(ctx, s.r, field, u, v), 1.0f);
+            out[i] = YuvToRgb(s.r, s.g - 0.5f, s.b - 0.5f, 1.0f);
         }
     }
 }
