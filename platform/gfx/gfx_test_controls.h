@@ -73,8 +73,9 @@ namespace gfxtest {
 void Reset();
 
 // CheckDeviceFormat's answer for (usage, format); usage is matched exactly
-// (0 or D3DUSAGE_RENDERTARGET, ...). Creating a texture of a refused pair
-// then fails with D3DERR_NOTAVAILABLE too.
+// (0 or D3DUSAGE_RENDERTARGET, ...). Creating a texture, render target or
+// off-screen surface of a refused format then fails with D3DERR_NOTAVAILABLE
+// too, its usage reduced to D3DUSAGE_RENDERTARGET or 0 for the look-up.
 void SetFormatSupported(DWORD usage, D3DFORMAT format, bool supported);
 // CreatePixelShader of a ps_2_a record fails with D3DERR_INVALIDCALL.
 void SetRefusePs2a(bool refuse);
