@@ -201,6 +201,69 @@ TEST_F(LoopTest, CloseGivesTheWindowItsProcedureBack) {
     EXPECT_EQ(nplat::ddtest::LiveObjects(), 0);
 }
 
+TEST_F(LoopTest, OpenFailsWithErrorSixWhenDeviceSetUpFails) {
+    nplat::ddtest::FailCall(Call::kEnumerate, 0, 1);
+    EXPECT_EQ(render.Open(window, nullptr, 0, 0), 0);
+    EXPECT_EQ(render.GetExtendErrorCode(), 6);
+    // Nothing was left behind: the window is free for the next Open.
+    Open();
+}
+
+TEST_F(LoopTest, NotifyEventTellsStatusAndPathChanges) {
+    nplat::HANDLE notify = nplat::CreateEvent(false, false);
+    ASSERT_NE(notify, nullptr);
+    CNVideoRender::ConfigInfoTag config;
+    ASSERT_EQ(render.GetConfig(&config), 1);
+    config.uRenderFlags |= 0x40;
+    ASSERT_EQ(render.SetConfig(&config), 1);
+    Open();
+    ASSERT_EQ(render.ConfigNotifyEvent(notify), 1);
+    ASSERT_EQ(render.Present(0, 1), 1);  // no display buffer: the window fill
+    Settle();
+    EXPECT_EQ(nplat::WaitForSingleObject(notify, 0), nplat::WAIT_OBJECT_0);  // 0 -> 1
+    EXPECT_EQ(Stat().uOutputPath, 1u);
+    BuildScene();
+    ASSERT_EQ(render.Present(0, 1), 1);
+    Settle();
+    EXPECT_EQ(nplat::WaitForSingleObject(notify, 0), nplat::WAIT_OBJECT_0);  // path 1 -> 0x4001
+    ASSERT_EQ(render.Present(0, 1), 1);
+    Settle();
+    EXPECT_EQ(nplat::WaitForSingleObject(notify, 0),
+              static_cast<nplat::DWORD>(nplat::WAIT_TIMEOUT));
+    render.Close();
+    nplat::CloseHandle(notify);
+}
+
+TEST_F(LoopTest, FreeSurfacesAgeOutOfTheCache) {
+    Open();
+    BuildScene();
+    ASSERT_EQ(render.Present(1, 1), 1);
+    Settle();
+    const int live = nplat::ddtest::LiveObjects();
+    Advance(1000);
+    Advance(1000);
+    EXPECT_EQ(nplat::ddtest::LiveObjects(), live);
+    Advance(1000);  // the composition surface reached the age of three seconds
+    EXPECT_EQ(nplat::ddtest::LiveObjects(), live - 1);
+}
+
+TEST_F(LoopTest, DisplayChangeSetsTheDevicesUpAgain) {
+    Open();
+    BuildScene();
+    ASSERT_EQ(render.Present(1, 1), 1);
+    Settle();
+    const RECT monitors[2] = {{0, 0, 1920, 1080}, {1920, 0, 3840, 1080}};
+    ASSERT_EQ(nplat::SetScreenMonitors(monitors, 2, 0), 1);
+    nplat::BroadcastDisplayChange();
+    int count = 8;
+    ASSERT_EQ(render.GetMonitorInfoA(&count, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(nplat::ddtest::LiveObjects(), 0);  // devices open again on the next composition
+    ASSERT_EQ(render.Present(1, 1), 1);
+    Settle();
+    EXPECT_EQ(Stat().uRenderSuccess, 2u);
+}
+
 // Which retry interval follows a failure, by what failed.
 struct RetryCase {
     const char* name;
