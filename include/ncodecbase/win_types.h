@@ -31,7 +31,7 @@ using WCHAR = char16_t;     // UTF-16 code unit, as on Windows (wchar_t is 32-bi
 using COLORREF = uint32_t;  // 0x00BBGGRR
 using UINT = uint32_t;
 using LONG = int32_t;
-using LONG_PTR = intptr_t;   // pointer-wide, as on 64-bit Windows
+using LONG_PTR = intptr_t;  // pointer-wide, as on 64-bit Windows
 using WPARAM = uintptr_t;
 using LPARAM = intptr_t;
 using LRESULT = intptr_t;
@@ -81,6 +81,17 @@ constexpr HRESULT S_FALSE = 1;
 constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
 constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000Eu);
 constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
+constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
+constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002u);
+constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003u);
+
+// Four characters packed as the little-endian word that names a pixel format.
+constexpr DWORD MAKEFOURCC(char a, char b, char c, char d) {
+    return static_cast<DWORD>(static_cast<uint8_t>(a)) |
+           static_cast<DWORD>(static_cast<uint8_t>(b)) << 8 |
+           static_cast<DWORD>(static_cast<uint8_t>(c)) << 16 |
+           static_cast<DWORD>(static_cast<uint8_t>(d)) << 24;
+}
 
 constexpr uint32_t CP_ACP = 0;
 constexpr uint32_t CP_UTF8 = 65001;

@@ -30,13 +30,6 @@ namespace nplat {
 
 using ULONG = uint32_t;
 
-constexpr DWORD MAKEFOURCC(char a, char b, char c, char d) {
-    return static_cast<DWORD>(static_cast<uint8_t>(a)) |
-           static_cast<DWORD>(static_cast<uint8_t>(b)) << 8 |
-           static_cast<DWORD>(static_cast<uint8_t>(c)) << 16 |
-           static_cast<DWORD>(static_cast<uint8_t>(d)) << 24;
-}
-
 // ---- results (Windows' values) ----
 
 constexpr HRESULT MAKE_DDHRESULT(uint32_t code) { return static_cast<HRESULT>(0x88760000u | code); }
@@ -46,7 +39,6 @@ constexpr HRESULT DDERR_GENERIC = E_FAIL;
 constexpr HRESULT DDERR_INVALIDPARAMS = E_INVALIDARG;
 constexpr HRESULT DDERR_OUTOFMEMORY = E_OUTOFMEMORY;
 constexpr HRESULT DDERR_UNSUPPORTED = static_cast<HRESULT>(0x80004001u);  // E_NOTIMPL
-constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002u);
 constexpr HRESULT DDERR_INVALIDCAPS = MAKE_DDHRESULT(100);
 constexpr HRESULT DDERR_INVALIDOBJECT = MAKE_DDHRESULT(130);
 constexpr HRESULT DDERR_INVALIDPIXELFORMAT = MAKE_DDHRESULT(145);

@@ -42,19 +42,12 @@ constexpr D3DCOLOR D3DCOLOR_ARGB(uint32_t a, uint32_t r, uint32_t g, uint32_t b)
 constexpr D3DCOLOR D3DCOLOR_XRGB(uint32_t r, uint32_t g, uint32_t b) {
     return D3DCOLOR_ARGB(0xFF, r, g, b);
 }
-constexpr uint32_t MAKEFOURCC(char a, char b, char c, char d) {
-    return static_cast<uint8_t>(a) | static_cast<uint8_t>(b) << 8 | static_cast<uint8_t>(c) << 16 |
-           static_cast<uint32_t>(static_cast<uint8_t>(d)) << 24;
-}
 
 // ---- result codes ----
 
 constexpr HRESULT MakeD3DResult(uint32_t code) { return static_cast<HRESULT>(0x88760000u | code); }
 constexpr HRESULT MakeD3DStatus(uint32_t code) { return static_cast<HRESULT>(0x08760000u | code); }
 constexpr HRESULT D3D_OK = S_OK;
-constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
-constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002u);
-constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003u);
 constexpr HRESULT D3DERR_OUTOFVIDEOMEMORY = MakeD3DResult(380);
 constexpr HRESULT D3DERR_WASSTILLDRAWING = MakeD3DResult(540);
 constexpr HRESULT D3DERR_NOTFOUND = MakeD3DResult(2150);

@@ -74,11 +74,6 @@ constexpr int kRetryWaitUnlock = 5;
 inline constexpr CNVideoProcessor::ConvertConfigTag kNeutralConvert = {0, 0,   128, 128, 0,  0,
                                                                        0, 256, 256, 256, 255};
 
-// The DC of a Direct3D surface. Kept in their own file: the Direct3D and
-// DirectDraw headers cannot share one translation unit.
-nplat::HRESULT D3DSurfaceGetDC(void* surface, nplat::HDC* dc);
-nplat::HRESULT D3DSurfaceReleaseDC(void* surface, nplat::HDC dc);
-
 // Rotation code of a frame: 0..2 rotate, 3 none.
 inline int FrameRotation(uint32_t flags) {
     return static_cast<int>((flags & kFrameRotationMask) >> kFrameRotationShift);

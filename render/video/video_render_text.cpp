@@ -18,6 +18,7 @@
 #include "base/video_format.h"
 #include "platform/ddraw/ddraw.h"
 #include "platform/gdi/gdi.h"
+#include "platform/gfx/d3d9.h"
 #include "platform/win/text_conversion.h"
 #include "render/video/video_render_internal.h"
 
@@ -69,7 +70,7 @@ int CNVideoRender::RenderDrawText(int direct3D, void* surface, CNDataList* texts
     if (!texts || texts->GetParameterCount() == 0) return 1;
     if (!surface) return 0;
     nplat::HDC dc = nullptr;
-    nplat::HRESULT hr = direct3D ? D3DSurfaceGetDC(surface, &dc)
+    nplat::HRESULT hr = direct3D ? static_cast<nplat::IDirect3DSurface9*>(surface)->GetDC(&dc)
                                  : static_cast<nplat::IDirectDrawSurface*>(surface)->GetDC(&dc);
     if (nplat::FAILED(hr) || !dc) {
         std::lock_guard<CNLock> guard(m_lock);  // re-entrant: the render thread holds it already
@@ -92,7 +93,7 @@ int CNVideoRender::RenderDrawText(int direct3D, void* surface, CNDataList* texts
     }
     if (font) nplat::SelectObject(dc, font);
     if (direct3D)
-        D3DSurfaceReleaseDC(surface, dc);
+        static_cast<nplat::IDirect3DSurface9*>(surface)->ReleaseDC(dc);
     else
         static_cast<nplat::IDirectDrawSurface*>(surface)->ReleaseDC(dc);
     return 1;
