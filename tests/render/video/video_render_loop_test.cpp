@@ -264,6 +264,71 @@ TEST_F(LoopTest, DisplayChangeSetsTheDevicesUpAgain) {
     EXPECT_EQ(Stat().uRenderSuccess, 2u);
 }
 
+// A buffer with a background: the view of the background image is the base
+// picture, and frames other than background frames go over it.
+TEST_F(LoopTest, BackgroundBufferShowsItsViewWithFramesOverIt) {
+    Open();
+    ASSERT_EQ(render.CreateOffScreenBuffer(3, kWidth, kHeight, 400, 300, 40, 30, 0x1, kYuvNavy), 1);
+    Picture gradient, tile;
+    MakeRgb32(&gradient, 400, 300,
+              [](int x, int y) { return 0xFF000000u | (x * 255 / 400) << 16 | (y * 255 / 300); });
+    MakeRgb32(&tile, 50, 50, [](int x, int) { return x < 25 ? 0xFF00FF00u : 0xFFFFFF00u; });
+    RECT whole = {0, 0, 400, 300}, place = {100, 80, 150, 130};
+    ASSERT_EQ(render.AddFrame(3, 0, 1, &gradient.format, gradient.buffer, nullptr, &whole, 0x3001,
+                              0, 255, nullptr),
+              1);
+    ASSERT_EQ(render.AddFrame(3, 2, 0, &tile.format, tile.buffer, nullptr, &place, 0x3004, 0, 255,
+                              nullptr),
+              1);
+    ASSERT_EQ(render.SetCurrentDisplayBuffer(3), 1);
+    ASSERT_EQ(render.Present(1, 1), 1);
+    Settle();
+    ASSERT_EQ(Stat().uRenderSuccess, 1u);
+    Picture memory;
+    ASSERT_EQ(render.RenderToMemory(3, &memory.format, &memory.buffer, 0), 1);
+    const auto shown = Snapshot();
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x)
+            ASSERT_EQ(shown[y * kWidth + x], Pixel(memory, x, y)) << x << "," << y;
+    const uint32_t green = shown[100 * kWidth + 110];  // the green half of the tile
+    EXPECT_GT((green >> 8) & 0xFF, 0xF0u);
+    EXPECT_LT(green >> 16, 0x10u);
+}
+
+// A text marked "not in RenderToMemory" is drawn on the screen only.
+TEST_F(LoopTest, ScreenOnlyTextIsOnTheWindowButNotInMemory) {
+    Open();
+    BuildScene();
+    nplat::HDC style = nplat::CreateCompatibleDC(nullptr);
+    nplat::HFONT font =
+        nplat::CreateFontW(16, 0, 0, 0, nplat::FW_NORMAL, 0, 0, 0, 0, 0, 0, 0, 0, u"NCB Box");
+    nplat::SelectObject(style, font);
+    nplat::SetTextColor(style, nplat::RGB(255, 255, 255));
+    nplat::SetBkColor(style, nplat::RGB(0, 0, 255));
+    nplat::SetBkMode(style, 2);  // opaque: the box behind the glyphs is blue
+    nplat::POINT at = {4, 4};
+    unsigned char text[] = "Live";
+    ASSERT_EQ(render.AddText(1, 1, text, 4, 0x2 | 0x4, &at, style), 1);
+    ASSERT_EQ(render.Present(1, 1), 1);
+    Settle();
+    ASSERT_EQ(Stat().uRenderSuccess, 1u);
+    Picture memory;
+    ASSERT_EQ(render.RenderToMemory(1, &memory.format, &memory.buffer, 0), 1);
+    const auto shown = Snapshot();
+    int blue = 0, white = 0;
+    for (int y = 4; y < 20; ++y)
+        for (int x = 4; x < 60; ++x) {
+            blue += shown[y * kWidth + x] == 0x0000FFu;
+            white += shown[y * kWidth + x] == 0xFFFFFFu;
+            ASSERT_NE(Pixel(memory, x, y), 0x0000FFu);
+        }
+    EXPECT_GT(blue, 0);
+    EXPECT_GT(white, 0);
+    render.Close();  // the style DC must outlive the text
+    nplat::DeleteDC(style);
+    nplat::DeleteObject(font);
+}
+
 // Which retry interval follows a failure, by what failed.
 struct RetryCase {
     const char* name;
