@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ncodecbase/export.h"
+#include "ncodecbase/gdi_text.h"
 #include "ncodecbase/host_events.h"
 #include "ncodecbase/host_windows.h"
 #include "ncodecbase/win_types.h"

@@ -14,7 +14,7 @@
 
 #include <cstring>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/kernel/heap.h"
 #include "platform/window/window.h"
 #include "platform/window/window_internal.h"

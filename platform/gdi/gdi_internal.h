@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/gdi/glyph_source.h"
 
 namespace nplat {

@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 
 namespace nplat::gdi {
 

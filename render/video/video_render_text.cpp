@@ -16,8 +16,8 @@
 #include <cstring>
 
 #include "base/video_format.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/ddraw/ddraw.h"
-#include "platform/gdi/gdi.h"
 #include "platform/gfx/d3d9.h"
 #include "platform/win/text_conversion.h"
 #include "render/video/video_render_internal.h"

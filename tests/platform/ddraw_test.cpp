@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/kernel/fault.h"
 #include "platform/window/window.h"
 

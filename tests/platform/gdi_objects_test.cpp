@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/kernel/fault.h"
 
 namespace {

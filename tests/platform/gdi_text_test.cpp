@@ -4,6 +4,8 @@
 // the render's own sequence (measure, make a bitmap of that size, draw,
 // read back bottom-up). FreeType text with DejaVu Sans is checked for being
 // monochrome and sensibly sized; it is skipped where that font is missing.
+#include "ncodecbase/gdi_text.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,8 +13,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "platform/gdi/gdi.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "base/video_format.h"
+#include "ncodecbase/gdi_text.h"
 #include "ncodecbase/video_render.h"
-#include "platform/gdi/gdi.h"
 #include "platform/window/window.h"
 #include "tools/ncodec/demo_picture.h"
 #include "tools/ncodec/demo_report.h"

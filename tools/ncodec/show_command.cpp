@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "ncodecbase/gdi_text.h"
 #include "ncodecbase/video_render.h"
-#include "platform/gdi/gdi.h"
 #include "platform/window/window.h"
 #include "tools/ncodec/commands.h"
 #include "tools/ncodec/image_formats.h"

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "ncodecbase/gdi_text.h"
 #include "platform/ddraw/ddraw.h"
-#include "platform/gdi/gdi.h"
 #include "platform/kernel/sync.h"
 #include "tests/render/video/video_render_harness.h"
 

@@ -2,7 +2,7 @@
 // cases of composing (locked buffers, whole backgrounds, frames outside the
 // view, scaling before blending, band fills, text flags, burn-in and erase),
 // the intermediate picture layouts, and allocation failures at every step.
-#include "platform/gdi/gdi.h"
+#include "ncodecbase/gdi_text.h"
 #include "platform/kernel/fault.h"
 #include "tests/render/video/video_render_harness.h"
 

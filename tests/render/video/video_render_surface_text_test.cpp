@@ -2,8 +2,8 @@
 // but a hidden one appears (screen-only texts included), in its style's
 // colours; an empty list needs no DC; a DC that cannot be had fails the call
 // and leaves its error in the statistics.
+#include "ncodecbase/gdi_text.h"
 #include "platform/ddraw/ddraw.h"
-#include "platform/gdi/gdi.h"
 #include "tests/render/video/video_render_harness.h"
 
 namespace ncbtest::render_video {
